@@ -1,0 +1,69 @@
+// Critical sections and spin locks. A critical section is a recursive lock
+// with a flag that tells that it exists; a spin lock is a word taken by
+// compare-and-swap, for process-wide start-up state that must work before
+// any constructor has run.
+#ifndef ZYR_BASE_LOCK_H
+#define ZYR_BASE_LOCK_H
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+
+#include "zyrlog/result.h"
+
+class ZyrBasCriticalSection {
+ public:
+  ZyrBasCriticalSection() = default;
+  ~ZyrBasCriticalSection() { Delete(); }
+  ZyrBasCriticalSection(const ZyrBasCriticalSection&) = delete;
+  ZyrBasCriticalSection& operator=(const ZyrBasCriticalSection&) = delete;
+
+  // ZYR_E_ALREADY_EXISTS if it exists already.
+  ZyrResult Create();
+  void Delete();
+  bool Exists() const { return initialised_ != 0; }
+  void Enter() { pthread_mutex_lock(&mutex_); }
+  void Leave() { pthread_mutex_unlock(&mutex_); }
+
+ private:
+  pthread_mutex_t mutex_;
+  std::uint8_t initialised_ = 0;
+};
+
+class ZyrBasLockGuard {
+ public:
+  explicit ZyrBasLockGuard(ZyrBasCriticalSection& cs) : cs_(cs) { cs_.Enter(); }
+  ~ZyrBasLockGuard() { cs_.Leave(); }
+  ZyrBasLockGuard(const ZyrBasLockGuard&) = delete;
+  ZyrBasLockGuard& operator=(const ZyrBasLockGuard&) = delete;
+
+ private:
+  ZyrBasCriticalSection& cs_;
+};
+
+// Lock word and delay in milliseconds between attempts: 0 yields the rest of
+// the time slice, all ones sleeps without limit. Zero-initialised statics
+// need no constructor.
+struct ZyrBasSpinLock {
+  std::atomic<std::uint32_t> word{0};
+  std::uint32_t delayMs = 0;
+
+  void Acquire();
+  void Release() { word.store(0, std::memory_order_release); }
+};
+
+class ZyrBasSpinGuard {
+ public:
+  explicit ZyrBasSpinGuard(ZyrBasSpinLock& lock) : lock_(&lock) { lock_->Acquire(); }
+  ~ZyrBasSpinGuard() {
+    if (lock_) lock_->Release();
+  }
+  ZyrBasSpinGuard(const ZyrBasSpinGuard&) = delete;
+  ZyrBasSpinGuard& operator=(const ZyrBasSpinGuard&) = delete;
+
+ private:
+  ZyrBasSpinLock* lock_;
+};
+
+#endif
