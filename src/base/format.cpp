@@ -1,0 +1,595 @@
+#include "base/format.h"
+
+#include <cstring>
+
+#include "base/memory.h"
+
+namespace {
+
+// Output into a fixed buffer that always keeps room for the terminator.
+// Every put writes what fits and reports whether all of it did.
+struct Sink {
+  char16_t* buffer;
+  std::size_t room;  // characters before the terminator's place
+  std::size_t pos;
+
+  bool Put(char16_t c) {
+    if (pos >= room) return false;
+    buffer[pos++] = c;
+    return true;
+  }
+  bool Put(const char16_t* text, std::size_t n) {
+    if (n == 0) return true;
+    std::size_t fit = room - pos < n ? room - pos : n;
+    std::memcpy(buffer + pos, text, fit * sizeof(char16_t));
+    pos += fit;
+    return fit == n;
+  }
+  bool Fill(char16_t c, std::size_t n) {
+    std::size_t fit = room - pos < n ? room - pos : n;
+    for (std::size_t i = 0; i < fit; ++i) buffer[pos + i] = c;
+    pos += fit;
+    return fit == n;
+  }
+};
+
+struct Arguments {
+  const std::uint64_t* slots;
+  std::size_t next;
+  std::uint64_t Take() {
+    std::uint64_t v = slots ? slots[next] : 0;
+    ++next;
+    return v;
+  }
+};
+
+constexpr std::int32_t kNumberLimit = 0x7fffffff;
+
+std::int32_t TakeCount(Arguments& args) {
+  return static_cast<std::int32_t>(static_cast<std::uint32_t>(args.Take()));
+}
+
+void ReadDigits(const char16_t*& p, std::int32_t& value) {
+  while (*p >= u'0' && *p <= u'9') {
+    std::int32_t d = *p - u'0';
+    value = value > (kNumberLimit - d) / 10 ? kNumberLimit : value * 10 + d;
+    ++p;
+  }
+}
+
+bool Matches(const char16_t* p, const char* prefix) {
+  for (; *prefix; ++p, ++prefix)
+    if (*p != static_cast<char16_t>(*prefix)) return false;
+  return true;
+}
+
+// Parses the conversion behind the "%" at `p`. On success `p` stands behind
+// the conversion character. False when the format ends inside or the
+// conversion character lies outside 32..127.
+bool ParseSpec(const char16_t*& p, Arguments& args, ZyrBasFormatSpec& spec) {
+  spec = ZyrBasFormatSpec{};
+  ++p;
+  for (;; ++p) {
+    if (*p == u' ') spec.space = 1;
+    else if (*p == u'#') spec.alternate = 1;
+    else if (*p == u'+') spec.plus = 1;
+    else if (*p == u'-') spec.left = 1;
+    else if (*p == u'0') spec.zero = 1;
+    else break;
+  }
+  if (*p == u'*') {
+    ++p;
+    spec.widthFromArgument = 1;
+    std::int32_t w = TakeCount(args);
+    if (w < 0) {
+      spec.left = 1;
+      w = w == INT32_MIN ? kNumberLimit : -w;
+    }
+    spec.width = w;
+  } else {
+    ReadDigits(p, spec.width);
+  }
+  if (*p == u'.') {
+    ++p;
+    spec.hasPrecision = 1;
+    if (*p == u'*') {
+      ++p;
+      spec.precisionFromArgument = 1;
+      std::int32_t v = TakeCount(args);
+      if (v < 0) spec.hasPrecision = 0;
+      else spec.precision = v;
+    } else {
+      ReadDigits(p, spec.precision);
+    }
+  }
+  static const struct {
+    const char* text;
+    std::uint8_t kind;
+  } kSizes[] = {{"I32", 6}, {"I64", 7}, {"ll", 8}, {"hh", 2}, {"l", 4},
+                {"h", 3},   {"w", 1},   {"I", 5},  {"z", 5}};
+  for (const auto& size : kSizes) {
+    if (Matches(p, size.text)) {
+      spec.sizeKind = size.kind;
+      p += std::strlen(size.text);
+      break;
+    }
+  }
+  char16_t c = *p;
+  if (c < 32 || c > 127) return false;
+  ++p;
+  spec.conversion = c;
+  return true;
+}
+
+// Writes lead (sign and prefix) and body, padded to the width.
+bool EmitPadded(Sink& out, const ZyrBasFormatSpec& spec, bool zeroFill, const char16_t* lead,
+                std::size_t leadLength, const char16_t* body, std::size_t bodyLength) {
+  std::size_t total = leadLength + bodyLength;
+  std::size_t width = static_cast<std::size_t>(spec.width);
+  std::size_t pad = width > total ? width - total : 0;
+  if (spec.left)
+    return out.Put(lead, leadLength) && out.Put(body, bodyLength) && out.Fill(u' ', pad);
+  if (zeroFill)
+    return out.Put(lead, leadLength) && out.Fill(u'0', pad) && out.Put(body, bodyLength);
+  return out.Fill(u' ', pad) && out.Put(lead, leadLength) && out.Put(body, bodyLength);
+}
+
+bool EmitText(Sink& out, const ZyrBasFormatSpec& spec, const char16_t* text, std::size_t length) {
+  if (spec.hasPrecision && length > static_cast<std::size_t>(spec.precision))
+    length = static_cast<std::size_t>(spec.precision);
+  return EmitPadded(out, spec, false, nullptr, 0, text, length);
+}
+
+constexpr char16_t kNull[] = u"(null)";
+
+// A terminated wide text, never read beyond the precision.
+bool EmitWide(Sink& out, const ZyrBasFormatSpec& spec, const char16_t* text) {
+  if (!text) return EmitText(out, spec, kNull, 6);
+  std::size_t limit = spec.hasPrecision ? static_cast<std::size_t>(spec.precision) : ZYR_NPOS;
+  std::size_t n = 0;
+  while (n < limit && text[n]) ++n;
+  return EmitText(out, spec, text, n);
+}
+
+// Narrow text is converted whole, then printed as wide text; short texts
+// convert on the stack.
+ZyrResult EmitNarrow(Sink& out, const ZyrBasFormatSpec& spec, ZyrBasCodePage selector,
+                     const char* text, std::size_t length) {
+  if (!text) return EmitText(out, spec, kNull, 6) ? ZYR_OK : ZYR_E_BUFFER_TOO_SMALL;
+  std::size_t needed = 0;
+  ZyrResult r = ZyrBasMeasureWide(&needed, text, selector, length);
+  if (ZyrFailed(r)) return r;
+  char16_t local[256];
+  char16_t* wide = local;
+  if (needed + 1 > sizeof local / sizeof local[0]) {
+    if (needed + 1 > ZYR_NPOS / sizeof(char16_t)) return ZYR_E_OUT_OF_MEMORY;
+    wide = static_cast<char16_t*>(ZyrBasAlloc((needed + 1) * sizeof(char16_t)));
+    if (!wide) return ZYR_E_OUT_OF_MEMORY;
+  }
+  std::size_t converted = 0;
+  r = ZyrBasToWide(wide, needed + 1, text, selector, &converted, length);
+  if (ZyrSucceeded(r)) r = EmitText(out, spec, wide, converted) ? ZYR_OK : ZYR_E_BUFFER_TOO_SMALL;
+  if (wide != local) ZyrBasFree(wide);
+  return r;
+}
+
+// --- Integers ---------------------------------------------------------------
+
+constexpr std::int32_t kMaxIntegerPrecision = 32;
+
+bool EmitInteger(Sink& out, ZyrBasFormatSpec spec, std::uint64_t magnitude, bool negative,
+                 bool isSigned, unsigned base) {
+  const char* digits = spec.upper ? "0123456789ABCDEF" : "0123456789abcdef";
+  std::int32_t precision = 1;
+  if (spec.hasPrecision) {
+    precision = spec.precision > kMaxIntegerPrecision ? kMaxIntegerPrecision : spec.precision;
+    spec.zero = 0;
+  }
+  // Built from the right end; 32 precision digits plus the octal "0" at most.
+  char16_t body[40];
+  std::size_t start = sizeof body / sizeof body[0];
+  for (std::uint64_t v = magnitude; v != 0; v /= base) body[--start] = digits[v % base];
+  if (spec.alternate && base == 8) body[--start] = u'0';
+  while (sizeof body / sizeof body[0] - start < static_cast<std::size_t>(precision))
+    body[--start] = u'0';
+
+  char16_t lead[3];
+  std::size_t leadLength = 0;
+  if (negative) lead[leadLength++] = u'-';
+  else if (isSigned && spec.plus) lead[leadLength++] = u'+';
+  else if (isSigned && spec.space) lead[leadLength++] = u' ';
+  if (spec.alternate && base == 16 && magnitude != 0) {
+    lead[leadLength++] = u'0';
+    lead[leadLength++] = spec.upper ? u'X' : u'x';
+  }
+  return EmitPadded(out, spec, spec.zero, lead, leadLength, body + start,
+                    sizeof body / sizeof body[0] - start);
+}
+
+// --- Floating point ---------------------------------------------------------
+
+constexpr int kExpansionDigits = 32;
+constexpr int kMaxFloatPrecision = 20;
+// 309 whole digits of the largest double, the point, 20 decimals, with room.
+constexpr std::size_t kFloatBodyMax = 352;
+
+// digits[0] is the carry place; digits[1..32] the expansion of the value
+// normalised to d.ddd... times ten to `exponent`.
+struct Expansion {
+  std::uint8_t digits[kExpansionDigits + 1];
+  int start;  // 1, or 0 after a carry into the leading place
+  int exponent;
+
+  void Expand(double magnitude) {
+    int e = 0;
+    if (magnitude != 0.0) {
+      while (magnitude >= 10.0) {
+        magnitude /= 10.0;
+        ++e;
+      }
+      while (magnitude < 1.0) {
+        magnitude *= 10.0;
+        --e;
+      }
+    }
+    digits[0] = 0;
+    for (int i = 1; i <= kExpansionDigits; ++i) {
+      int d = static_cast<int>(magnitude);
+      if (d > 9) d = 9;
+      digits[i] = static_cast<std::uint8_t>(d);
+      magnitude = (magnitude - d) * 10.0;
+    }
+    start = 1;
+    exponent = e;
+  }
+
+  // Rounds so that digits[last] is the last digit kept. Past the expansion
+  // nothing is rounded. A carry into the leading place raises the exponent.
+  void Round(int last) {
+    if (last < 0 || last >= kExpansionDigits || digits[last + 1] < 5) return;
+    int i = last;
+    while (digits[i] == 9) digits[i--] = 0;
+    ++digits[i];
+    if (digits[0] != 0) {
+      start = 0;
+      ++exponent;
+    }
+  }
+
+  // The k-th significant digit; positions past the expansion are "0".
+  char16_t Digit(int k) const {
+    int i = start + k;
+    return i <= kExpansionDigits ? static_cast<char16_t>(u'0' + digits[i]) : u'0';
+  }
+};
+
+struct Text {
+  char16_t* data;
+  std::size_t length;
+  void Put(char16_t c) {
+    if (length < kFloatBodyMax) data[length++] = c;
+  }
+};
+
+void PutFixed(Text& t, const Expansion& x, int precision, bool alternate) {
+  int e = x.exponent;
+  if (e >= 0) {
+    for (int k = 0; k <= e; ++k) t.Put(x.Digit(k));
+  } else {
+    t.Put(u'0');
+  }
+  if (precision > 0 || alternate) t.Put(u'.');
+  if (e >= 0) {
+    for (int k = e + 1; k <= e + precision; ++k) t.Put(x.Digit(k));
+  } else {
+    int zeros = -e - 1 < precision ? -e - 1 : precision;
+    for (int k = 0; k < zeros; ++k) t.Put(u'0');
+    for (int k = 0; k < precision - zeros; ++k) t.Put(x.Digit(k));
+  }
+}
+
+void PutMantissa(Text& t, const Expansion& x, int precision, bool alternate) {
+  t.Put(x.Digit(0));
+  if (precision > 0 || alternate) t.Put(u'.');
+  for (int k = 1; k <= precision; ++k) t.Put(x.Digit(k));
+}
+
+void PutExponent(Text& t, int exponent, bool upper, bool forceSign) {
+  t.Put(upper ? u'E' : u'e');
+  if (exponent < 0) t.Put(u'-');
+  else if (forceSign) t.Put(u'+');
+  unsigned magnitude = static_cast<unsigned>(exponent < 0 ? -exponent : exponent);
+  char16_t digits[8];
+  int n = 0;
+  do {
+    digits[n++] = static_cast<char16_t>(u'0' + magnitude % 10);
+    magnitude /= 10;
+  } while (magnitude != 0);
+  if (n < 2) digits[n++] = u'0';
+  while (n > 0) t.Put(digits[--n]);
+}
+
+// Drops trailing zeros behind a point, and the point if it is left alone.
+void StripZeros(Text& t) {
+  bool point = false;
+  for (std::size_t i = 0; i < t.length; ++i) point = point || t.data[i] == u'.';
+  if (!point) return;
+  while (t.data[t.length - 1] == u'0') --t.length;
+  if (t.data[t.length - 1] == u'.') --t.length;
+}
+
+// The body of a float without its sign; `negative` tells the sign.
+std::size_t FloatBody(const ZyrBasFormatSpec& spec, double value, char16_t* body, bool* negative) {
+  Text t{body, 0};
+  *negative = false;
+  if (value != value) {
+    t.Put(u'n'), t.Put(u'a'), t.Put(u'n');
+    return t.length;
+  }
+  if (value < 0) {
+    *negative = true;
+    value = -value;
+  }
+  if (value > 1.7976931348623157e308) {
+    t.Put(u'i'), t.Put(u'n'), t.Put(u'f');
+    return t.length;
+  }
+  int precision = spec.hasPrecision ? spec.precision : 6;
+  if (precision > kMaxFloatPrecision) precision = kMaxFloatPrecision;
+  bool alternate = spec.alternate != 0;
+  Expansion x;
+  x.Expand(value);
+  char16_t c = spec.conversion;
+  if (c == u'f') {
+    x.Round(1 + x.exponent + precision);
+    PutFixed(t, x, precision, alternate);
+  } else if (c == u'e' || c == u'E') {
+    x.Round(1 + precision);
+    PutMantissa(t, x, precision, alternate);
+    PutExponent(t, x.exponent, spec.upper, spec.forceExponentSign);
+  } else {
+    int significant = precision == 0 ? 1 : precision;
+    x.Round(significant);
+    if (x.exponent >= -4 && x.exponent < significant) {
+      PutFixed(t, x, significant - 1 - x.exponent, alternate);
+      if (!alternate) StripZeros(t);
+    } else {
+      PutMantissa(t, x, significant - 1, alternate);
+      if (!alternate) StripZeros(t);
+      PutExponent(t, x.exponent, spec.upper, spec.forceExponentSign);
+    }
+  }
+  return t.length;
+}
+
+bool EmitFloat(Sink& out, const ZyrBasFormatSpec& spec, double value) {
+  char16_t body[kFloatBodyMax];
+  bool negative;
+  std::size_t length = FloatBody(spec, value, body, &negative);
+  char16_t sign = negative ? u'-' : spec.plus ? u'+' : spec.space ? u' ' : 0;
+  return EmitPadded(out, spec, spec.zero, &sign, sign ? 1 : 0, body, length);
+}
+
+// --- Conversions ------------------------------------------------------------
+
+enum class Outcome { Done, Unknown, Nothing };
+
+ZyrResult Convert(Sink& out, ZyrBasCodePage selector, const ZyrBasFormatSpec& spec,
+                  Arguments& args, Outcome* outcome) {
+  *outcome = Outcome::Done;
+  const std::uint8_t kind = spec.sizeKind;
+  bool fits = true;
+  switch (spec.conversion) {
+    case u'%':
+      *outcome = Outcome::Nothing;
+      fits = out.Put(u'%');
+      break;
+    case u'd':
+    case u'i': {
+      if (kind == 1) {
+        *outcome = Outcome::Nothing;
+        break;
+      }
+      std::uint64_t slot = args.Take();
+      std::int64_t v;
+      if (kind == 2) v = static_cast<std::int8_t>(slot);
+      else if (kind == 3) v = static_cast<std::int16_t>(slot);
+      else if (kind == 5 || kind == 7 || kind == 8) v = static_cast<std::int64_t>(slot);
+      else v = static_cast<std::int32_t>(slot);
+      std::uint64_t magnitude = v < 0 ? 0 - static_cast<std::uint64_t>(v) : static_cast<std::uint64_t>(v);
+      fits = EmitInteger(out, spec, magnitude, v < 0, true, 10);
+      break;
+    }
+    case u'u':
+    case u'o':
+    case u'x':
+    case u'X': {
+      if (kind == 1) {
+        *outcome = Outcome::Nothing;
+        break;
+      }
+      std::uint64_t v = args.Take();
+      if (kind == 2) v = static_cast<std::uint8_t>(v);
+      else if (kind == 3) v = static_cast<std::uint16_t>(v);
+      else if (!(kind == 5 || kind == 7 || kind == 8)) v = static_cast<std::uint32_t>(v);
+      unsigned base = spec.conversion == u'u' ? 10 : spec.conversion == u'o' ? 8 : 16;
+      fits = EmitInteger(out, spec, v, false, false, base);
+      break;
+    }
+    case u'c':
+      fits = out.Put(static_cast<char16_t>(args.Take()));
+      break;
+    case u'p': {
+      ZyrBasFormatSpec hex = spec;
+      hex.zero = 1;
+      fits = EmitInteger(out, hex, args.Take(), false, false, 16);
+      break;
+    }
+    case u's':
+      if (kind == 0 || kind == 4) {
+        fits = EmitWide(out, spec, reinterpret_cast<const char16_t*>(args.Take()));
+      } else if (kind == 3) {
+        return EmitNarrow(out, spec, selector, reinterpret_cast<const char*>(args.Take()),
+                          ZYR_TERMINATED);
+      } else {
+        *outcome = Outcome::Unknown;
+      }
+      break;
+    case u'Z': {
+      if (kind != 0 && kind != 1) {
+        *outcome = Outcome::Unknown;
+        break;
+      }
+      std::size_t bytes = static_cast<std::size_t>(args.Take());
+      std::uint64_t pointer = args.Take();
+      if (kind == 0)
+        return EmitNarrow(out, spec, selector, reinterpret_cast<const char*>(pointer), bytes);
+      const char16_t* text = reinterpret_cast<const char16_t*>(pointer);
+      fits = text ? EmitText(out, spec, text, bytes / sizeof(char16_t))
+                  : EmitText(out, spec, kNull, 6);
+      break;
+    }
+    case u'e':
+    case u'E':
+    case u'f':
+    case u'g':
+    case u'G': {
+      std::uint64_t bits = args.Take();
+      double v;
+      std::memcpy(&v, &bits, sizeof v);
+      fits = EmitFloat(out, spec, v);
+      break;
+    }
+    default:
+      *outcome = Outcome::Unknown;
+      break;
+  }
+  return fits ? ZYR_OK : ZYR_E_BUFFER_TOO_SMALL;
+}
+
+ZyrResult FormatInto(Sink& out, ZyrBasCodePage selector, const char16_t* format,
+                     const std::uint64_t* slots) {
+  Arguments args{slots, 0};
+  const char16_t* p = format;
+  while (*p) {
+    const char16_t* run = p;
+    while (*p && *p != u'%') ++p;
+    if (!out.Put(run, static_cast<std::size_t>(p - run))) return ZYR_E_BUFFER_TOO_SMALL;
+    if (!*p) break;
+
+    const char16_t* percent = p;
+    std::size_t argsBefore = args.next;
+    ZyrBasFormatSpec spec;
+    if (!ParseSpec(p, args, spec)) {
+      // Not a conversion: the "%" stands for itself and scanning resumes
+      // right behind it.
+      args.next = argsBefore;
+      p = percent + 1;
+      if (!out.Put(u'%')) return ZYR_E_BUFFER_TOO_SMALL;
+      continue;
+    }
+    spec.upper = spec.conversion == u'X' || spec.conversion == u'E' || spec.conversion == u'G';
+    spec.forceExponentSign = 1;
+    Outcome outcome;
+    ZyrResult r = Convert(out, selector, spec, args, &outcome);
+    if (ZyrFailed(r)) return r;
+    if (outcome != Outcome::Done) args.next = argsBefore;
+    if (outcome == Outcome::Unknown && !out.Put(percent, static_cast<std::size_t>(p - percent)))
+      return ZYR_E_BUFFER_TOO_SMALL;
+  }
+  return ZYR_OK;
+}
+
+// Formats on the stack first, then on the heap from 4096 characters,
+// doubling until the text fits.
+class StagedFormat {
+ public:
+  ~StagedFormat() {
+    if (heap_) ZyrBasFree(heap_);
+  }
+  ZyrResult Run(const char16_t* format, const std::uint64_t* arguments) {
+    ZyrResult r = ZyrBasFormatFixed(ZYR_CP_ANSI, stack_, kStackCapacity, format, &length_, arguments);
+    text_ = stack_;
+    std::size_t capacity = kFirstHeapCapacity;
+    while (r == ZYR_E_BUFFER_TOO_SMALL) {
+      if (heap_) {
+        ZyrBasFree(heap_);
+        heap_ = nullptr;
+        if (capacity > ZYR_NPOS / (2 * 2 * sizeof(char16_t))) return ZYR_E_OUT_OF_MEMORY;
+        capacity *= 2;
+      }
+      heap_ = static_cast<char16_t*>(ZyrBasAlloc(capacity * sizeof(char16_t)));
+      if (!heap_) return ZYR_E_OUT_OF_MEMORY;
+      text_ = heap_;
+      r = ZyrBasFormatFixed(ZYR_CP_ANSI, heap_, capacity, format, &length_, arguments);
+    }
+    return r;
+  }
+  const char16_t* Text() const { return text_; }
+  std::size_t Length() const { return length_; }
+
+ private:
+  static constexpr std::size_t kStackCapacity = 512;
+  static constexpr std::size_t kFirstHeapCapacity = 4096;
+  char16_t stack_[kStackCapacity];
+  char16_t* heap_ = nullptr;
+  const char16_t* text_ = nullptr;
+  std::size_t length_ = 0;
+};
+
+}  // namespace
+
+ZyrResult ZyrBasFormatFixed(ZyrBasCodePage selector, char16_t* buffer, std::size_t capacity,
+                            const char16_t* format, std::size_t* outLength,
+                            const std::uint64_t* arguments) {
+  if (outLength) *outLength = 0;
+  if (capacity == 0 || !buffer) return ZYR_E_INVALID_ARGUMENT;
+  buffer[0] = 0;
+  if (!format) return ZYR_E_INVALID_ARGUMENT;
+  Sink out{buffer, capacity - 1, 0};
+  ZyrResult r = FormatInto(out, selector, format, arguments);
+  buffer[out.pos] = 0;
+  if (outLength) *outLength = out.pos;
+  return r;
+}
+
+ZyrResult ZyrBasFormat(ZyrBasString& out, const char16_t* format, const std::uint64_t* arguments) {
+  StagedFormat staged;
+  ZyrResult r = staged.Run(format, arguments);
+  if (ZyrFailed(r)) return r;
+  return out.Assign(staged.Text(), staged.Length());
+}
+
+ZyrResult ZyrBasFormatAppend(ZyrBasStringRef& target, const char16_t* format,
+                             const std::uint64_t* arguments) {
+  return ZyrBasFormatAppend(target.Target(), format, arguments);
+}
+
+ZyrResult ZyrBasFormatAppend(ZyrBasString& target, const char16_t* format,
+                             const std::uint64_t* arguments) {
+  StagedFormat staged;
+  ZyrResult r = staged.Run(format, arguments);
+  if (ZyrFailed(r)) return r;
+  return target.Append(staged.Text(), staged.Length());
+}
+
+ZyrResult ZyrBasFormatDouble(ZyrBasString& out, double value, char16_t conversion, int precision,
+                             bool forceExponentSign) {
+  if (conversion != u'e' && conversion != u'E' && conversion != u'f' && conversion != u'g' &&
+      conversion != u'G')
+    return ZYR_E_INVALID_ARGUMENT;
+  ZyrBasFormatSpec spec{};
+  spec.conversion = conversion;
+  spec.upper = conversion == u'E' || conversion == u'G';
+  spec.forceExponentSign = forceExponentSign ? 1 : 0;
+  spec.hasPrecision = precision >= 0 ? 1 : 0;
+  spec.precision = precision >= 0 ? precision : 0;
+  char16_t body[kFloatBodyMax + 1];
+  bool negative;
+  std::size_t length = FloatBody(spec, value, body + 1, &negative);
+  if (negative) {
+    body[0] = u'-';
+    return out.Append(body, length + 1);
+  }
+  return out.Append(body + 1, length);
+}
