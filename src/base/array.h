@@ -113,6 +113,13 @@ class ZyrBasArray {
 
   void Clear() noexcept { Truncate(0); }
 
+  // Plain values only: sets the count within the reserved storage, for a
+  // caller that wrote the elements through begin() after Reserve.
+  void SetCount(std::size_t count) noexcept {
+    static_assert(std::is_trivially_copyable_v<T>, "only plain values may be written in place");
+    end_ = begin_ + count;
+  }
+
   void Free() noexcept {
     Clear();
     ZyrBasFree(begin_);

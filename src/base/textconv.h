@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/array.h"
 #include "base/string.h"
 #include "zyrlog/result.h"
 
@@ -20,18 +21,65 @@ enum ZyrBasCodePage : std::uint32_t {
 };
 
 // Lengths of all ones mean terminated text. Narrow lengths and capacities
-// are in bytes, wide ones in characters.
+// are in bytes, wide ones in characters. A narrow UTF-16 text (ZYR_CP_UTF16)
+// is terminated by a zero unit, and a narrow UTF-16 result gets a two-byte
+// terminator; every other narrow form uses one zero byte.
+//
+// Selectors outside 0 to 5 give ZYR_E_NOT_IMPLEMENTED. Malformed text gives
+// ZYR_E_INVALID_DATA.
+
+// Wide characters needed, without terminator.
 ZyrResult ZyrBasMeasureWide(std::size_t* outLength, const char* text, ZyrBasCodePage selector,
                             std::size_t length = ZYR_TERMINATED);
+// Terminated result. Success reports the characters written, without the
+// terminator. ZYR_E_BUFFER_TOO_SMALL reports the characters needed with the
+// terminator and leaves target[0] = 0 when the capacity is not 0.
+// ZYR_E_INVALID_DATA reports how many characters came before the fault; the
+// target is then terminated, at the fault or at its start.
 ZyrResult ZyrBasToWide(char16_t* target, std::size_t capacity, const char* text,
                        ZyrBasCodePage selector, std::size_t* outLength,
                        std::size_t length = ZYR_TERMINATED);
+// The mirror images, in bytes.
 ZyrResult ZyrBasMeasureNarrow(std::size_t* outLength, const char16_t* text,
                               ZyrBasCodePage selector, std::size_t length = ZYR_TERMINATED);
 ZyrResult ZyrBasToNarrow(char* target, std::size_t capacity, const char16_t* text,
                          ZyrBasCodePage selector, std::size_t* outLength,
                          std::size_t length = ZYR_TERMINATED);
+// ANSI text to the narrow form of any selector, terminated.
 ZyrResult ZyrBasNarrowToNarrow(char* target, std::size_t capacity, const char* text,
                                ZyrBasCodePage selector, std::size_t length = ZYR_TERMINATED);
+
+// ---------------------------------------------------------------------------
+// Growing forms for the hot paths.
+
+// Decodes narrow text by the selector and appends it. On failure the string
+// is left as it was.
+ZyrResult ZyrBasAppendWide(ZyrBasString& out, const char* text, std::size_t length,
+                           ZyrBasCodePage selector);
+// Replaces the content of `out` with the UTF-8 form of the text, no
+// terminator. The buffer keeps its storage from call to call. A lone
+// surrogate gives ZYR_E_INVALID_DATA and leaves `out` empty.
+ZyrResult ZyrBasEncodeUtf8(ZyrBasArray<char>& out, const char16_t* text,
+                           std::size_t length = ZYR_TERMINATED);
+// The same for the narrow form of any selector.
+ZyrResult ZyrBasEncodeNarrow(ZyrBasArray<char>& out, const char16_t* text, std::size_t length,
+                             ZyrBasCodePage selector);
+
+// ---------------------------------------------------------------------------
+// The transcoders underneath, indexed by (source form, target form). Sizes
+// are in bytes; UTF-16 is in the machine's byte order. A null target only
+// measures. On ZYR_E_BUFFER_TOO_SMALL and ZYR_E_INVALID_DATA `outBytes`
+// reports what was produced so far. Nothing is terminated. Equal forms copy
+// the bytes unchecked, except that UTF-16 of odd size is refused.
+enum ZyrBasTextForm : std::uint32_t {
+  ZYR_FORM_LATIN1 = 0,
+  ZYR_FORM_UTF7 = 1,
+  ZYR_FORM_UTF8 = 2,
+  ZYR_FORM_UTF16 = 3,
+};
+
+ZyrResult ZyrBasTranscode(ZyrBasTextForm from, ZyrBasTextForm to, const void* source,
+                          std::size_t sourceBytes, void* target, std::size_t capacity,
+                          std::size_t* outBytes);
 
 #endif

@@ -1,0 +1,271 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "base/memory.h"
+#include "base/textconv.h"
+
+namespace {
+
+// Runs one table function into a roomy buffer; `out` gets what was produced.
+ZyrResult Table(ZyrBasTextForm from, ZyrBasTextForm to, const std::string& source,
+              std::string* out, std::size_t capacity = 256) {
+  std::string buffer(capacity, '\xee');
+  std::size_t produced = 12345;
+  ZyrResult r = ZyrBasTranscode(from, to, source.data(), source.size(), buffer.data(), capacity,
+                                &produced);
+  *out = buffer.substr(0, produced);
+  return r;
+}
+
+std::string Bytes(const std::u16string& s) {
+  return std::string(reinterpret_cast<const char*>(s.data()), s.size() * 2);
+}
+std::u16string Units(const std::string& s) {
+  std::u16string u(s.size() / 2, u'\0');
+  if (!u.empty()) std::memcpy(u.data(), s.data(), u.size() * 2);
+  return u;
+}
+
+std::u16string Decode(const std::string& text, ZyrBasCodePage selector, ZyrResult* r) {
+  char16_t buffer[256];
+  std::size_t n = 0;
+  *r = ZyrBasToWide(buffer, 256, text.data(), selector, &n, text.size());
+  return ZyrSucceeded(*r) ? std::u16string(buffer, n) : std::u16string();
+}
+
+std::string Encode(const std::u16string& text, ZyrBasCodePage selector, ZyrResult* r) {
+  char buffer[512];
+  std::size_t n = 0;
+  *r = ZyrBasToNarrow(buffer, sizeof buffer, text.data(), selector, &n, text.size());
+  return ZyrSucceeded(*r) ? std::string(buffer, n) : std::string();
+}
+
+const std::u16string kSamples[] = {
+    u"", u"plain", u"h\u00e9llo \u20ac", u"pair \U0001F600 end", u"a+b!c~", u"\u00ff\u0100",
+    u"\U00010000\U0010FFFF", u"tab\tline\r\n",
+};
+
+}  // namespace
+
+TEST(TextConvUtf8, DecodingRules) {
+  ZyrResult r;
+  EXPECT_EQ(Decode("\xc0\x80", ZYR_CP_UTF8, &r), u"");
+  EXPECT_EQ(r, ZYR_E_INVALID_DATA);  // overlong 0
+  Decode("\xe0\x80\xaf", ZYR_CP_UTF8, &r);
+  EXPECT_EQ(r, ZYR_E_INVALID_DATA);  // overlong "/" in three bytes
+  Decode("\xf0\x8f\xbf\xbf", ZYR_CP_UTF8, &r);
+  EXPECT_EQ(r, ZYR_E_INVALID_DATA);  // overlong in four bytes
+  EXPECT_EQ(Decode("\xed\xa0\x80", ZYR_CP_UTF8, &r), std::u16string(1, char16_t(0xd800)));
+  EXPECT_EQ(r, ZYR_OK);
+  EXPECT_EQ(Decode("a\x80z", ZYR_CP_UTF8, &r), u"az");
+  EXPECT_EQ(r, ZYR_OK);
+  for (const char* bad : {"a\xc3", "\xe2\x82", "\xc3\x41", "\xf8\x80\x80\x80\x80", "\xff"}) {
+    Decode(bad, ZYR_CP_UTF8, &r);
+    EXPECT_EQ(r, ZYR_E_INVALID_DATA) << bad;
+  }
+  EXPECT_EQ(Decode("\xf0\x9f\x98\x80", ZYR_CP_UTF8, &r), u"\U0001F600");
+  // Past 0x10ffff the pair keeps only its low bits.
+  EXPECT_EQ(Decode("\xf4\x90\x80\x80", ZYR_CP_UTF8, &r), u"\U00010000");
+  std::string out;
+  EXPECT_EQ(Table(ZYR_FORM_UTF8, ZYR_FORM_LATIN1, "\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80", &out),
+            ZYR_OK);
+  EXPECT_EQ(out, "\xe9??");
+}
+
+TEST(TextConvUtf16, DecodingRules) {
+  std::string out;
+  for (ZyrBasTextForm to : {ZYR_FORM_LATIN1, ZYR_FORM_UTF7, ZYR_FORM_UTF8, ZYR_FORM_UTF16})
+    EXPECT_EQ(Table(ZYR_FORM_UTF16, to, Bytes(u"ab") + "x", &out), ZYR_E_INVALID_DATA) << to;
+  // Lone low, high at the end, high before a non-low; "a" comes before the fault.
+  for (char16_t tail : {char16_t(0xdc00), char16_t(0xd800)}) {
+    EXPECT_EQ(Table(ZYR_FORM_UTF16, ZYR_FORM_UTF8, Bytes(std::u16string(u"a") + tail), &out),
+              ZYR_E_INVALID_DATA);
+    EXPECT_EQ(out, "a");
+  }
+  EXPECT_EQ(Table(ZYR_FORM_UTF16, ZYR_FORM_UTF7, Bytes(std::u16string(1, char16_t(0xd800)) + u"b"),
+                &out),
+            ZYR_E_INVALID_DATA);
+  EXPECT_EQ(Table(ZYR_FORM_UTF16, ZYR_FORM_UTF8, Bytes(u"\U0001F600"), &out), ZYR_OK);
+  EXPECT_EQ(out, "\xf0\x9f\x98\x80");
+  EXPECT_EQ(Table(ZYR_FORM_UTF16, ZYR_FORM_LATIN1, Bytes(u"\U0001F600\u00e9\u0100"), &out), ZYR_OK);
+  EXPECT_EQ(out, "?\xe9?");  // a pair is one "?"
+}
+
+TEST(TextConvUtf7, EncodingAndDecoding) {
+  ZyrResult r;
+  EXPECT_EQ(Encode(u"a!b", ZYR_CP_UTF7, &r), "a+ACE-b");
+  EXPECT_EQ(Encode(u"+", ZYR_CP_UTF7, &r), "+-");
+  EXPECT_EQ(Encode(u"\u00e9", ZYR_CP_UTF7, &r), "+AOk-");  // a run at the end is closed
+  EXPECT_EQ(Encode(u"\u00e9-", ZYR_CP_UTF7, &r), "+AOk--");
+  EXPECT_EQ(Encode(u"\U0001F600", ZYR_CP_UTF7, &r), "+2D3eAA-");
+  EXPECT_EQ(Encode(u"A-Za-z0-9'(),./:? \t\r\n", ZYR_CP_UTF7, &r), "A-Za-z0-9'(),./:? \t\r\n");
+
+  EXPECT_EQ(Decode("+-", ZYR_CP_UTF7, &r), u"+");
+  EXPECT_EQ(Decode("A+", ZYR_CP_UTF7, &r), u"A");
+  EXPECT_EQ(r, ZYR_OK);
+  EXPECT_EQ(Decode("a+ACE-b", ZYR_CP_UTF7, &r), u"a!b");
+  EXPECT_EQ(Decode("+2D3eAA-", ZYR_CP_UTF7, &r), u"\U0001F600");
+  EXPECT_EQ(Decode("+AGE!x", ZYR_CP_UTF7, &r), u"a!x");  // outside the alphabet ends the run
+  EXPECT_EQ(Decode("+AGE\xe9", ZYR_CP_UTF7, &r), u"a\u00e9");
+  EXPECT_EQ(Decode("+AGEA", ZYR_CP_UTF7, &r), u"a");  // leftover bits dropped
+  for (const char* bad : {"+2D3", "+2D3-", "+2D3!"}) {
+    Decode(bad, ZYR_CP_UTF7, &r);
+    EXPECT_EQ(r, ZYR_E_INVALID_DATA) << bad;
+  }
+  // Two high surrogates in a row, and a lone low one, made through UTF-8.
+  std::string seven, out;
+  ASSERT_EQ(Table(ZYR_FORM_UTF8, ZYR_FORM_UTF7, "\xed\xa0\x80\xed\xa0\x80", &seven), ZYR_OK);
+  EXPECT_EQ(Table(ZYR_FORM_UTF7, ZYR_FORM_UTF16, seven, &out), ZYR_E_INVALID_DATA);
+  ASSERT_EQ(Table(ZYR_FORM_UTF8, ZYR_FORM_UTF7, "\xed\xb0\x80", &seven), ZYR_OK);
+  EXPECT_EQ(Table(ZYR_FORM_UTF7, ZYR_FORM_UTF16, seven, &out), ZYR_OK);
+  EXPECT_EQ(Units(out), std::u16string(1, char16_t(0xdc00)));
+  EXPECT_EQ(Table(ZYR_FORM_UTF7, ZYR_FORM_LATIN1, "+2D3eAA-+AOkBAA-", &out), ZYR_OK);
+  EXPECT_EQ(out, "?\xe9?");
+}
+
+TEST(TextConvEntry, BufferTooSmallAndTerminators) {
+  char16_t wide[8] = {9, 9, 9, 9, 9, 9, 9, 9};
+  std::size_t n = 0;
+  EXPECT_EQ(ZyrBasToWide(wide, 0, "", ZYR_CP_UTF8, &n), ZYR_E_BUFFER_TOO_SMALL);
+  EXPECT_EQ(n, 1u);
+  EXPECT_EQ(ZyrBasToWide(wide, 1, "", ZYR_CP_UTF8, &n), ZYR_OK);
+  EXPECT_EQ(n, 0u);
+  EXPECT_EQ(wide[0], 0);
+  // "h\u00e9llo": 5 characters, so 6 with the terminator.
+  EXPECT_EQ(ZyrBasToWide(wide, 5, "h\xc3\xa9llo", ZYR_CP_ANSI, &n), ZYR_E_BUFFER_TOO_SMALL);
+  EXPECT_EQ(n, 6u);
+  EXPECT_EQ(wide[0], 0);
+  EXPECT_EQ(ZyrBasToWide(wide, 6, "h\xc3\xa9llo", ZYR_CP_ANSI, &n), ZYR_OK);
+  EXPECT_EQ(std::u16string(wide, n + 1), std::u16string(u"h\u00e9llo", 6));
+
+  char narrow[8];
+  std::memset(narrow, 'x', sizeof narrow);
+  EXPECT_EQ(ZyrBasToNarrow(narrow, 3, u"a\u00e9", ZYR_CP_UTF8, &n), ZYR_E_BUFFER_TOO_SMALL);
+  EXPECT_EQ(n, 4u);
+  EXPECT_EQ(narrow[0], 0);
+  EXPECT_EQ(ZyrBasToNarrow(narrow, 4, u"a\u00e9", ZYR_CP_UTF8, &n), ZYR_OK);
+  EXPECT_EQ(std::string(narrow, 4), std::string("a\xc3\xa9", 4));
+  EXPECT_EQ(ZyrBasToNarrow(narrow, 5, u"ab", ZYR_CP_UTF16, &n), ZYR_E_BUFFER_TOO_SMALL);
+  EXPECT_EQ(n, 6u);  // a UTF-16 result ends in a whole zero unit
+  EXPECT_EQ(ZyrBasToNarrow(narrow, 6, u"ab", ZYR_CP_UTF16, &n), ZYR_OK);
+  EXPECT_EQ(std::string(narrow, 6), Bytes(std::u16string(u"ab", 3)));
+  // Terminated UTF-16 narrow input stops at a zero unit, not a zero byte.
+  EXPECT_EQ(ZyrBasMeasureWide(&n, narrow, ZYR_CP_UTF16), ZYR_OK);
+  EXPECT_EQ(n, 2u);
+
+  // The table reports what it wrote before stopping.
+  std::string out;
+  EXPECT_EQ(Table(ZYR_FORM_UTF16, ZYR_FORM_UTF8, Bytes(u"a\u00e9"), &out, 2), ZYR_E_BUFFER_TOO_SMALL);
+  EXPECT_EQ(out, "a");
+  EXPECT_EQ(Table(ZYR_FORM_UTF16, ZYR_FORM_UTF16, Bytes(u"ab"), &out, 3), ZYR_E_BUFFER_TOO_SMALL);
+  EXPECT_EQ(out, Bytes(u"a"));
+  EXPECT_EQ(Table(ZYR_FORM_UTF8, ZYR_FORM_UTF16, "ab\xc0\x80", &out), ZYR_E_INVALID_DATA);
+  EXPECT_EQ(out, Bytes(u"ab"));
+}
+
+TEST(TextConvEntry, SelectorsAndAsymmetry) {
+  std::size_t n = 7;
+  char narrow[8];
+  char16_t wide[8];
+  auto bad = static_cast<ZyrBasCodePage>(6);
+  EXPECT_EQ(ZyrBasMeasureWide(&n, "a", bad), ZYR_E_NOT_IMPLEMENTED);
+  EXPECT_EQ(ZyrBasToWide(wide, 8, "a", bad, &n), ZYR_E_NOT_IMPLEMENTED);
+  EXPECT_EQ(ZyrBasMeasureNarrow(&n, u"a", bad), ZYR_E_NOT_IMPLEMENTED);
+  EXPECT_EQ(ZyrBasToNarrow(narrow, 8, u"a", bad, &n), ZYR_E_NOT_IMPLEMENTED);
+  EXPECT_EQ(ZyrBasNarrowToNarrow(narrow, 8, "a", bad), ZYR_E_NOT_IMPLEMENTED);
+
+  ZyrResult r;
+  EXPECT_EQ(Decode("\xc3\xa9", ZYR_CP_ANSI_LATIN1, &r), u"\u00e9");  // read as ANSI
+  EXPECT_EQ(Encode(u"\u00e9\u20ac", ZYR_CP_ANSI_LATIN1, &r), "\xe9?");
+  EXPECT_EQ(Encode(u"\u00e9", ZYR_CP_OEM, &r), "\xc3\xa9");
+
+  EXPECT_EQ(ZyrBasNarrowToNarrow(narrow, 8, "a!", ZYR_CP_UTF7), ZYR_OK);
+  EXPECT_STREQ(narrow, "a+ACE-");
+  EXPECT_EQ(ZyrBasNarrowToNarrow(narrow, 6, "a!", ZYR_CP_UTF7), ZYR_E_BUFFER_TOO_SMALL);
+  EXPECT_EQ(ZyrBasNarrowToNarrow(narrow, 8, "\xc3\xa9", ZYR_CP_ANSI_LATIN1), ZYR_OK);
+  EXPECT_STREQ(narrow, "\xe9");
+  EXPECT_EQ(ZyrBasNarrowToNarrow(narrow, 8, "a\x80" "b", ZYR_CP_UTF8), ZYR_OK);
+  EXPECT_STREQ(narrow, "ab");  // checked like a wide round, not copied
+  EXPECT_EQ(ZyrBasNarrowToNarrow(narrow, 8, "\xc0\x80", ZYR_CP_UTF8), ZYR_E_INVALID_DATA);
+}
+
+TEST(TextConvEntry, MeasuresAgreeAndRoundTrips) {
+  for (ZyrBasCodePage cp : {ZYR_CP_ANSI, ZYR_CP_ANSI_LATIN1, ZYR_CP_OEM, ZYR_CP_UTF7, ZYR_CP_UTF8,
+                            ZYR_CP_UTF16}) {
+    for (const auto& text : kSamples) {
+      SCOPED_TRACE(testing::Message() << "selector " << cp << " text length " << text.size());
+      ZyrResult r;
+      std::size_t measured = 0;
+      ASSERT_EQ(ZyrBasMeasureNarrow(&measured, text.c_str(), cp), ZYR_OK);
+      std::string narrow = Encode(text, cp, &r);
+      ASSERT_EQ(r, ZYR_OK);
+      EXPECT_EQ(measured, narrow.size());
+      ZyrBasArray<char> encoded;
+      ASSERT_EQ(ZyrBasEncodeNarrow(encoded, text.data(), text.size(), cp), ZYR_OK);
+      EXPECT_EQ(std::string(encoded.begin(), encoded.Count()), narrow);
+      // Latin-1 output is read back as ANSI, so it does not round-trip.
+      if (cp == ZYR_CP_ANSI_LATIN1) continue;
+
+      ASSERT_EQ(ZyrBasMeasureWide(&measured, narrow.data(), cp, narrow.size()), ZYR_OK);
+      std::u16string back = Decode(narrow, cp, &r);
+      ASSERT_EQ(r, ZYR_OK);
+      EXPECT_EQ(measured, back.size());
+      EXPECT_EQ(back, text);
+      ZyrBasString appended;
+      ASSERT_EQ(appended.AssignAscii("<"), ZYR_OK);
+      ASSERT_EQ(ZyrBasAppendWide(appended, narrow.data(), narrow.size(), cp), ZYR_OK);
+      EXPECT_EQ(std::u16string(appended.Text(), appended.Length()), u"<" + text);
+    }
+  }
+}
+
+TEST(TextConvEntry, LongTextIsNotCut) {
+  // A two-byte character across byte 32766 and a pair across character
+  // 32766: cutting the text at those counts would break both.
+  std::string narrow(32765, 'a');
+  narrow += "\xc3\xa9";
+  narrow += std::string(8000, 'b');
+  std::size_t n = 0;
+  ASSERT_EQ(ZyrBasMeasureWide(&n, narrow.c_str(), ZYR_CP_ANSI), ZYR_OK);
+  EXPECT_EQ(n, narrow.size() - 1);
+  std::u16string wide(n + 1, u'\0');
+  ASSERT_EQ(ZyrBasToWide(wide.data(), wide.size(), narrow.c_str(), ZYR_CP_ANSI, &n), ZYR_OK);
+  EXPECT_EQ(wide[32765], u'\u00e9');
+
+  std::u16string pairs(32765, u'x');
+  pairs += u"\U0001F600";
+  ZyrBasArray<char> utf8;
+  ASSERT_EQ(ZyrBasEncodeNarrow(utf8, pairs.data(), pairs.size(), ZYR_CP_OEM), ZYR_OK);
+  EXPECT_EQ(utf8.Count(), 32765u + 4);
+  EXPECT_EQ(std::string(utf8.end() - 4, 4), "\xf0\x9f\x98\x80");
+}
+
+TEST(TextConvHotPath, FailuresLeaveTargetsClean) {
+  ZyrBasArray<char> out;
+  ASSERT_EQ(ZyrBasEncodeUtf8(out, u"a long enough line of text"), ZYR_OK);
+  std::size_t capacity = out.Capacity();
+  ASSERT_EQ(ZyrBasEncodeUtf8(out, u"short \u00e9"), ZYR_OK);
+  EXPECT_EQ(std::string(out.begin(), out.Count()), "short \xc3\xa9");
+  EXPECT_EQ(out.Capacity(), capacity);  // reused, not reallocated
+  std::u16string lone = u"ok";
+  lone += char16_t(0xdbff);
+  EXPECT_EQ(ZyrBasEncodeUtf8(out, lone.data(), lone.size()), ZYR_E_INVALID_DATA);
+  EXPECT_EQ(out.Count(), 0u);
+  lone += u"x";
+  EXPECT_EQ(ZyrBasEncodeUtf8(out, lone.data(), lone.size()), ZYR_E_INVALID_DATA);
+
+  ZyrBasString s;
+  ASSERT_EQ(s.AssignAscii("keep"), ZYR_OK);
+  EXPECT_EQ(ZyrBasAppendWide(s, "ab\xe2\x82", 4, ZYR_CP_UTF8), ZYR_E_INVALID_DATA);
+  EXPECT_TRUE(s.EqualsAscii("keep"));
+  EXPECT_EQ(ZyrBasAppendWide(s, "abc", 3, ZYR_CP_UTF16), ZYR_E_INVALID_DATA);
+  EXPECT_TRUE(s.EqualsAscii("keep"));
+  std::string big(100, 'z');
+  ZyrBasTestFailAllocationsAfter(0);
+  ZyrResult r = ZyrBasAppendWide(s, big.data(), big.size(), ZYR_CP_UTF8);
+  ZyrBasTestFailAllocationsAfter(-1);
+  EXPECT_EQ(r, ZYR_E_OUT_OF_MEMORY);
+  EXPECT_TRUE(s.EqualsAscii("keep"));
+}
