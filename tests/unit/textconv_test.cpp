@@ -188,6 +188,8 @@ TEST(TextConvEntry, SelectorsAndAsymmetry) {
   EXPECT_STREQ(narrow, "\xe9");
   EXPECT_EQ(ZyrBasNarrowToNarrow(narrow, 8, "a\x80" "b", ZYR_CP_UTF8), ZYR_OK);
   EXPECT_STREQ(narrow, "ab");  // checked like a wide round, not copied
+  EXPECT_EQ(ZyrBasNarrowToNarrow(narrow, 8, "\xf4\x90\x80\x80", ZYR_CP_UTF8), ZYR_OK);
+  EXPECT_STREQ(narrow, "\xf0\x90\x80\x80");  // folded as the pair would fold it
   EXPECT_EQ(ZyrBasNarrowToNarrow(narrow, 8, "\xc0\x80", ZYR_CP_UTF8), ZYR_E_INVALID_DATA);
 }
 
@@ -249,17 +251,21 @@ TEST(TextConvHotPath, FailuresLeaveTargetsClean) {
   ASSERT_EQ(ZyrBasEncodeUtf8(out, u"short \u00e9"), ZYR_OK);
   EXPECT_EQ(std::string(out.begin(), out.Count()), "short \xc3\xa9");
   EXPECT_EQ(out.Capacity(), capacity);  // reused, not reallocated
-  std::u16string lone = u"ok";
-  lone += char16_t(0xdbff);
-  EXPECT_EQ(ZyrBasEncodeUtf8(out, lone.data(), lone.size()), ZYR_E_INVALID_DATA);
-  EXPECT_EQ(out.Count(), 0u);
-  lone += u"x";
-  EXPECT_EQ(ZyrBasEncodeUtf8(out, lone.data(), lone.size()), ZYR_E_INVALID_DATA);
+  // High at the end, high before a non-low, a low before another low.
+  for (const std::u16string& tail : {std::u16string(1, char16_t(0xdbff)),
+                                    std::u16string(1, char16_t(0xdbff)) + u"x",
+                                    std::u16string{char16_t(0xdc00), char16_t(0xdc01)}}) {
+    ASSERT_EQ(ZyrBasEncodeUtf8(out, u"ok"), ZYR_OK);
+    std::u16string text = u"ok" + tail;
+    EXPECT_EQ(ZyrBasEncodeUtf8(out, text.data(), text.size()), ZYR_E_INVALID_DATA);
+    EXPECT_EQ(out.Count(), 0u);
+  }
 
   ZyrBasString s;
   ASSERT_EQ(s.AssignAscii("keep"), ZYR_OK);
   EXPECT_EQ(ZyrBasAppendWide(s, "ab\xe2\x82", 4, ZYR_CP_UTF8), ZYR_E_INVALID_DATA);
   EXPECT_TRUE(s.EqualsAscii("keep"));
+  EXPECT_EQ(s.Text()[4], 0);
   EXPECT_EQ(ZyrBasAppendWide(s, "abc", 3, ZYR_CP_UTF16), ZYR_E_INVALID_DATA);
   EXPECT_TRUE(s.EqualsAscii("keep"));
   std::string big(100, 'z');
