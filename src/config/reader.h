@@ -1,0 +1,165 @@
+// Configuration text: the line streams between a document and its text, and
+// the scanner of the right-hand side of a value line.
+//
+// The format in brief: "[name]" opens a section, "key = value" adds a value,
+// ";" starts a comment that is kept in the document. A value is a list of
+// blank-separated tokens; a token may be quoted, and inside quotes \" stands
+// for a quote. One token is a single value, two or more a list.
+#ifndef ZYR_CONFIG_READER_H
+#define ZYR_CONFIG_READER_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "base/array.h"
+#include "base/string.h"
+#include "config/document.h"
+#include "zyrlog/result.h"
+
+// A line-oriented text stream. An operation a stream does not offer answers
+// ZYR_E_NOT_SUPPORTED.
+class ZyrTextStream {
+ public:
+  virtual ~ZyrTextStream() = default;
+  // The next line without its line end: ZYR_OK or ZYR_I_SHORT_READ with a
+  // line, a failure without one. ZYR_E_END_OF_DATA ends every text.
+  virtual ZyrResult ReadLine(ZyrBasString* line) = 0;
+  // WriteText, then one line end.
+  virtual ZyrResult WriteLine(const char16_t* text, std::size_t length) = 0;
+  // The text, with the stream's line end in place of each LF.
+  virtual ZyrResult WriteText(const char16_t* text, std::size_t length) = 0;
+};
+
+// Reads lines out of a wide text that the caller keeps alive. Lines end at
+// LF only; one CR in front of the LF, or at the very end, is dropped.
+class ZyrStringReader : public ZyrTextStream {
+ public:
+  ZyrStringReader(const char16_t* text, std::size_t length = ZYR_TERMINATED) noexcept;
+  // ZYR_I_SHORT_READ for the line that uses up the text.
+  ZyrResult ReadLine(ZyrBasString* line) override;
+  ZyrResult WriteLine(const char16_t*, std::size_t) override { return ZYR_E_NOT_SUPPORTED; }
+  ZyrResult WriteText(const char16_t*, std::size_t) override { return ZYR_E_NOT_SUPPORTED; }
+
+ private:
+  const char16_t* text_;
+  std::size_t length_;
+  std::size_t position_ = 0;
+};
+
+// Appends to a caller's string: text as it is, lines with CR LF.
+class ZyrStringWriter : public ZyrTextStream {
+ public:
+  explicit ZyrStringWriter(ZyrBasString* target) noexcept : target_(target) {}
+  ZyrResult ReadLine(ZyrBasString*) override { return ZYR_E_NOT_SUPPORTED; }
+  ZyrResult WriteLine(const char16_t* text, std::size_t length) override;
+  ZyrResult WriteText(const char16_t* text, std::size_t length) override;
+
+ private:
+  ZyrBasString* target_;
+};
+
+// The raw bytes under a file text stream.
+class ZyrCfgByteFile {
+ public:
+  virtual ~ZyrCfgByteFile() = default;
+  // Up to `count` bytes: ZYR_OK when all came, ZYR_I_SHORT_READ when fewer
+  // did, ZYR_E_END_OF_DATA when none are left; `*got` tells how many.
+  virtual ZyrResult Read(void* buffer, std::size_t count, std::size_t* got) = 0;
+  // Writes all of the bytes or fails.
+  virtual ZyrResult Write(const void* bytes, std::size_t count) = 0;
+};
+
+// A byte file in memory: reads from a caller's bytes, collects what is
+// written. Serves tests and any text that is already in memory.
+class ZyrCfgMemoryFile : public ZyrCfgByteFile {
+ public:
+  ZyrCfgMemoryFile() noexcept = default;
+  ZyrCfgMemoryFile(const void* bytes, std::size_t size) noexcept
+      : data_(static_cast<const std::uint8_t*>(bytes)), size_(size) {}
+  ZyrResult Read(void* buffer, std::size_t count, std::size_t* got) override;
+  ZyrResult Write(const void* bytes, std::size_t count) override;
+  // Caps every read at this many bytes, to try the stream's refill logic.
+  void LimitReads(std::size_t most) noexcept { readLimit_ = most; }
+  const ZyrBasArray<std::uint8_t>& Written() const noexcept { return written_; }
+
+ private:
+  const std::uint8_t* data_ = nullptr;
+  std::size_t size_ = 0;
+  std::size_t position_ = 0;
+  std::size_t readLimit_ = static_cast<std::size_t>(-1);
+  ZyrBasArray<std::uint8_t> written_;
+};
+
+enum ZyrCfgEncoding : std::uint32_t {
+  ZYR_CFG_ENC_UNKNOWN = 0,
+  ZYR_CFG_ENC_ANSI = 1,
+  ZYR_CFG_ENC_UTF16LE = 2,
+  ZYR_CFG_ENC_UTF16BE = 3,
+  ZYR_CFG_ENC_UTF8 = 4,
+};
+
+enum ZyrCfgLineEnd : std::uint32_t {
+  ZYR_CFG_EOL_UNKNOWN = 0,
+  ZYR_CFG_EOL_CRLF = 1,
+  ZYR_CFG_EOL_LF = 2,
+  ZYR_CFG_EOL_CR = 3,
+};
+
+// Encoded text in a byte file. Reading finds the encoding by the byte order
+// mark on the first line and accepts CR LF, LF and CR mixed; writing encodes
+// each piece straight to the file. The stream closes nothing: the file
+// belongs to the caller.
+class ZyrFileTextStream : public ZyrTextStream {
+ public:
+  static constexpr std::size_t kChunkSize = 4096;
+
+  // A chunk size below 8 bytes is raised to 8, room for the look-ahead of
+  // two UTF-16 units with some bytes kept.
+  explicit ZyrFileTextStream(ZyrCfgByteFile* file, std::uint32_t encoding = ZYR_CFG_ENC_UNKNOWN,
+                             std::uint32_t lineEnd = ZYR_CFG_EOL_UNKNOWN,
+                             std::size_t chunkSize = kChunkSize) noexcept;
+  ~ZyrFileTextStream() override;
+  ZyrFileTextStream(const ZyrFileTextStream&) = delete;
+  ZyrFileTextStream& operator=(const ZyrFileTextStream&) = delete;
+  ZyrResult ReadLine(ZyrBasString* line) override;
+  ZyrResult WriteLine(const char16_t* text, std::size_t length) override;
+  ZyrResult WriteText(const char16_t* text, std::size_t length) override;
+  // The byte order mark of the encoding; none for ANSI.
+  ZyrResult WriteMark();
+
+  std::uint32_t Encoding() const noexcept { return encoding; }
+  std::uint32_t LineEnd() const noexcept { return lineEnd; }
+
+ private:
+  ZyrResult Refill();
+  ZyrResult DetectMark();
+  ZyrResult Decode(ZyrBasString* line);
+  ZyrResult WriteEncoded(const char16_t* text, std::size_t length);
+
+  ZyrCfgByteFile* file;
+  std::uint32_t encoding;
+  std::uint32_t lineEnd;
+  std::uint8_t* buffer = nullptr;  // one chunk, reused for the whole file
+  std::uint64_t chunkSize;
+  std::uint64_t readPosition = 0;
+  std::uint64_t dataEnd = 0;
+  bool markChecked = false;
+  bool endOfFile = false;           // the file has nothing more to give
+  ZyrBasArray<std::uint8_t> lineBytes;  // the line being collected, still encoded
+};
+
+// What the scanner makes of the right-hand side of a value line.
+struct ZyrCfgScannedValue {
+  std::uint32_t kind = ZYR_CFG_SINGLE;
+  ZyrBasString text;
+  ZyrBasString lineComment;
+  ZyrBasArray<ZyrBasString> items;
+};
+
+// Scans the text behind the "=" of a value line. ZYR_E_CFG_BAD_VALUE_LINE
+// for an unterminated quote or for anything but a blank or a comment behind
+// a closing quote.
+ZyrResult ZyrCfgScanValue(const char16_t* text, std::size_t length,
+                          ZyrCfgScannedValue* out) noexcept;
+
+#endif
