@@ -130,8 +130,11 @@ ZyrResult ZyrFileTextStream::Refill() {
 }
 
 ZyrResult ZyrFileTextStream::DetectMark() {
-  ZyrResult r = Refill();
-  if (ZyrFailed(r)) return r;
+  // A short read may give less than a mark; the longest mark takes 3 bytes.
+  do {
+    ZyrResult r = Refill();
+    if (ZyrFailed(r)) return r;
+  } while (!endOfFile && dataEnd - readPosition < 3);
   markChecked = true;
   if (encoding != ZYR_CFG_ENC_UNKNOWN) return ZYR_OK;
   const std::uint8_t* b = buffer + readPosition;

@@ -1,0 +1,341 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "base/memory.h"
+#include "config/document.h"
+#include "config/reader.h"
+
+namespace {
+
+std::u16string S(const ZyrBasString& s) { return std::u16string(s.Text(), s.Length()); }
+
+ZyrCfgSectionRef MakeSection(const char16_t* name) {
+  ZyrCfgSectionRef s;
+  EXPECT_EQ(ZyrCfgSectionRef::Make(&s), ZYR_OK);
+  EXPECT_EQ(s->SetName(name), ZYR_OK);
+  return s;
+}
+
+ZyrCfgValueRef MakeValue(const char16_t* key, const char16_t* text) {
+  ZyrCfgValueRef v;
+  EXPECT_EQ(ZyrCfgValueRef::Make(&v), ZYR_OK);
+  EXPECT_EQ(v->Set(key, text, nullptr, nullptr), ZYR_OK);
+  return v;
+}
+
+std::vector<std::u16string> SectionNames(const ZyrCfgDocument& doc) {
+  std::vector<std::u16string> names;
+  ZyrCfgSectionIterator it = doc.Sections();
+  ZyrCfgSectionRef s;
+  EXPECT_EQ(it.Reset(), ZYR_OK);
+  while (it.Current(&s) == ZYR_OK) {
+    names.push_back(S(s->name));
+    it.Next();
+  }
+  return names;
+}
+
+void Load(ZyrCfgDocument& doc, const char16_t* text) {
+  ZyrStringReader reader(text);
+  ASSERT_EQ(doc.Load(reader), ZYR_OK);
+}
+
+}  // namespace
+
+TEST(CfgDocument, EmptyDocumentIteratesNothing) {
+  ZyrCfgDocument doc;
+  ZyrCfgSectionIterator it = doc.Sections();
+  ZyrCfgSectionRef s;
+  EXPECT_EQ(it.Current(&s), ZYR_E_NO_MORE_ITEMS);
+  EXPECT_EQ(it.Next(), ZYR_I_NO_MORE_ITEMS);
+  EXPECT_EQ(it.Reset(), ZYR_OK);
+  EXPECT_EQ(it.Current(&s), ZYR_E_NO_MORE_ITEMS);
+  EXPECT_FALSE(s);
+}
+
+TEST(CfgDocument, IteratesInByteOrderOfNames) {
+  ZyrCfgDocument doc;
+  // U+0100 lies in memory as 00 01 and so sorts before every ASCII name;
+  // upper case sorts before lower case; a prefix before its extensions.
+  for (const char16_t* name : {u"b", u"root", u"ab", u"\u00e4", u"a", u"Root", u"\u0100"})
+    ASSERT_EQ(doc.AddSection(MakeSection(name)), ZYR_OK);
+  EXPECT_EQ(SectionNames(doc), (std::vector<std::u16string>{u"\u0100", u"Root", u"a", u"ab",
+                                                           u"b", u"root", u"\u00e4"}));
+
+  ZyrCfgSectionIterator it = doc.Sections();
+  ZyrCfgSectionRef s;
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(it.Next(), ZYR_OK);
+  EXPECT_EQ(it.Next(), ZYR_I_NO_MORE_ITEMS);  // the move that reaches the end
+  EXPECT_EQ(it.Next(), ZYR_I_NO_MORE_ITEMS);  // and a move from the end
+  EXPECT_EQ(it.Current(&s), ZYR_E_NO_MORE_ITEMS);
+  it.Reset();
+  ASSERT_EQ(it.Current(&s), ZYR_OK);
+  EXPECT_EQ(S(s->name), u"\u0100");
+}
+
+TEST(CfgDocument, AddFindRemoveSections) {
+  ZyrCfgDocument doc;
+  ZyrCfgSectionRef first = MakeSection(u"root");
+  ASSERT_EQ(doc.AddSection(first), ZYR_OK);
+  EXPECT_EQ(doc.AddSection(MakeSection(u"root")), ZYR_E_SECTION_EXISTS);
+  EXPECT_EQ(doc.sections.Count(), 1u);
+  EXPECT_EQ(doc.FindSection(u"root").Get(), first.Get());  // the first stays
+  EXPECT_FALSE(doc.FindSection(u"Root"));
+  EXPECT_FALSE(doc.FindSection(u"roo"));
+  EXPECT_EQ(doc.RemoveSection(u"Root"), ZYR_I_NOT_FOUND);
+  EXPECT_EQ(doc.RemoveSection(u"root"), ZYR_OK);
+  EXPECT_EQ(doc.RemoveSection(u"root"), ZYR_I_NOT_FOUND);
+  EXPECT_FALSE(doc.FindSection(u"root"));
+  EXPECT_EQ(first.UseCount(), 1u);  // the document let go of its handle
+}
+
+TEST(CfgDocument, SectionOutlivesItsDocument) {
+  ZyrCfgSectionRef kept;
+  {
+    ZyrCfgDocument doc;
+    Load(doc, u"[a]\nk = v\n");
+    kept = doc.FindSection(u"a");
+    ASSERT_TRUE(kept);
+    EXPECT_EQ(kept.UseCount(), 2u);
+  }
+  EXPECT_EQ(kept.UseCount(), 1u);
+  ZyrCfgValueRef v;
+  ASSERT_EQ(kept->FindValue(u"k", &v), ZYR_OK);
+  EXPECT_EQ(S(v->text), u"v");
+  ZyrCfgWeakRef<ZyrCfgSection> weak(kept);
+  EXPECT_TRUE(weak.Lock());
+  kept.Reset();
+  EXPECT_FALSE(weak.Lock());  // the object is gone, the block still answers
+}
+
+TEST(CfgDocument, AddSectionCopySharesValuesButNotTheMap) {
+  ZyrCfgDocument source;
+  Load(source, u"; note\n[s]\nk = v\n");
+  ZyrCfgSectionRef original = source.FindSection(u"s");
+
+  ZyrCfgDocument target;
+  ASSERT_EQ(target.AddSectionCopy(*original), ZYR_OK);
+  ZyrCfgSectionRef copy = target.FindSection(u"s");
+  ASSERT_TRUE(copy);
+  EXPECT_NE(copy.Get(), original.Get());
+  EXPECT_EQ(S(copy->comment), u" note");
+  ZyrCfgValueRef a, b;
+  ASSERT_EQ(copy->FindValue(u"k", &a), ZYR_OK);
+  ASSERT_EQ(original->FindValue(u"k", &b), ZYR_OK);
+  EXPECT_EQ(a.Get(), b.Get());
+
+  ASSERT_EQ(copy->AddValue(MakeValue(u"extra", u"1")), ZYR_OK);
+  EXPECT_FALSE(original->HasValue(u"extra"));
+  EXPECT_EQ(target.AddSectionCopy(*original), ZYR_E_SECTION_EXISTS);
+  EXPECT_TRUE(target.FindSection(u"s")->HasValue(u"extra"));
+}
+
+TEST(CfgDocument, FailedAllocationsLeaveTheDocumentAsItWas) {
+  ZyrCfgDocument source;
+  Load(source,
+       u"[a-section-name-longer-than-the-inline-buffer]\n"
+       u"first-key-longer-than-inline = 1\nsecond-key-longer-than-inline = 2\n");
+  ZyrCfgSectionRef original = source.FindSection(u"a-section-name-longer-than-the-inline-buffer");
+  ASSERT_TRUE(original);
+
+  bool succeeded = false;
+  for (long budget = 0; budget < 50 && !succeeded; ++budget) {
+    ZyrCfgDocument target;
+    ASSERT_EQ(target.AddSection(MakeSection(u"other")), ZYR_OK);
+    ZyrBasTestFailAllocationsAfter(budget);
+    ZyrResult r = target.AddSectionCopy(*original);
+    ZyrBasTestFailAllocationsAfter(-1);
+    if (r == ZYR_OK) {
+      succeeded = true;
+      EXPECT_EQ(target.sections.Count(), 2u);
+      EXPECT_TRUE(target.FindSection(original->name.Text())->Equals(*original));
+    } else {
+      EXPECT_EQ(r, ZYR_E_OUT_OF_MEMORY);
+      EXPECT_EQ(SectionNames(target), std::vector<std::u16string>{u"other"});
+    }
+  }
+  EXPECT_TRUE(succeeded);
+
+  succeeded = false;
+  for (long budget = 0; budget < 50 && !succeeded; ++budget) {
+    ZyrCfgSectionRef s = MakeSection(u"s");
+    ASSERT_EQ(s->SetValue(u"present", u"x"), ZYR_OK);
+    ZyrBasTestFailAllocationsAfter(budget);
+    ZyrResult r = s->SetValue(u"a-key-longer-than-the-inline-buffer", u"a value with blanks in it");
+    ZyrResult r2 = ZyrSucceeded(r) ? s->SetValue(u"present", u"changed to a long value, quoted") : r;
+    ZyrBasTestFailAllocationsAfter(-1);
+    ZyrCfgValueRef v;
+    ASSERT_EQ(s->FindValue(u"present", &v), ZYR_OK);
+    if (r2 == ZYR_OK) {
+      succeeded = true;
+      EXPECT_EQ(S(v->text), u"\"changed to a long value, quoted\"");
+    } else {
+      EXPECT_EQ(r2, ZYR_E_OUT_OF_MEMORY);
+      EXPECT_EQ(S(v->text), u"x");
+      EXPECT_EQ(s->values.Count(), ZyrSucceeded(r) ? 2u : 1u);
+    }
+  }
+  EXPECT_TRUE(succeeded);
+}
+
+TEST(CfgDocument, FindValueTellsAMissingKeyByItsOwnCode) {
+  ZyrCfgSectionRef s = MakeSection(u"s");
+  ASSERT_EQ(s->AddValue(MakeValue(u"Type", u"Logger")), ZYR_OK);
+  EXPECT_EQ(s->AddValue(MakeValue(u"Type", u"Other")), ZYR_E_VALUE_EXISTS);
+  ZyrCfgValueRef v;
+  EXPECT_EQ(s->FindValue(u"type", &v), ZYR_E_CFG_NOT_FOUND);
+  EXPECT_FALSE(v);
+  ASSERT_EQ(s->FindValue(u"Type", &v), ZYR_OK);
+  EXPECT_EQ(S(v->text), u"Logger");  // the first value stayed
+  EXPECT_TRUE(s->HasValue(u"Type"));
+  EXPECT_FALSE(s->HasValue(u"Typ"));
+  s->ClearValues();
+  EXPECT_FALSE(s->HasValue(u"Type"));
+  EXPECT_EQ(v.UseCount(), 1u);
+}
+
+TEST(CfgDocument, QuoteRule) {
+  struct Case {
+    const char16_t* in;
+    const char16_t* out;
+  } cases[] = {
+      {u"", u""},
+      {u"plain", u"plain"},
+      {u"a b", u"\"a b\""},
+      {u"a\tb", u"\"a\tb\""},
+      {u"a,b", u"\"a,b\""},
+      {u"a;b", u"\"a;b\""},
+      {u"C:\\L\\common.log", u"\"C:\\L\\common.log\""},  // backslashes are not doubled
+      {u"say \"hi\"", u"\"say \\\"hi\\\"\""},
+      {u"\"", u"\"\\\"\""},
+      {u"%date%", u"%date%"},
+  };
+  for (const Case& c : cases) {
+    ZyrBasString out;
+    ASSERT_EQ(out.AssignAscii("stale"), ZYR_OK);
+    ASSERT_EQ(ZyrCfgQuote(c.in, ZYR_TERMINATED, &out), ZYR_OK);
+    EXPECT_EQ(S(out), c.out) << "for " << std::string(c.in, c.in + ZyrBasStrLen(c.in));
+  }
+}
+
+TEST(CfgDocument, SetValueQuotesAndReadsBack) {
+  const char16_t* texts[] = {u"plain", u"C:\\logs\\x.log", u"a b; c", u"say \"hi\"", u""};
+  ZyrCfgSectionRef s = MakeSection(u"s");
+  ZyrBasString printed;
+  ASSERT_EQ(printed.AssignAscii("[s]\n"), ZYR_OK);
+  for (std::size_t i = 0; i < sizeof texts / sizeof texts[0]; ++i) {
+    char16_t key[] = {u'k', static_cast<char16_t>(u'0' + i), 0};
+    ASSERT_EQ(s->SetValue(key, texts[i]), ZYR_OK);
+    ZyrCfgValueRef v;
+    ASSERT_EQ(s->FindValue(key, &v), ZYR_OK);
+    printed.Append(key);
+    printed.Append(u" = ");
+    printed.Append(v->text);
+    printed.Append(u'\n');
+  }
+  // What SetValue stored, read back as text, gives the original texts.
+  ZyrCfgDocument doc;
+  Load(doc, printed.Text());
+  EXPECT_EQ(doc.lineErrors.Count(), 0u);
+  ZyrCfgSectionRef read = doc.FindSection(u"s");
+  ASSERT_TRUE(read);
+  for (std::size_t i = 0; i < sizeof texts / sizeof texts[0]; ++i) {
+    char16_t key[] = {u'k', static_cast<char16_t>(u'0' + i), 0};
+    ZyrCfgValueRef v;
+    ASSERT_EQ(read->FindValue(key, &v), ZYR_OK);
+    EXPECT_EQ(v->kind, ZYR_CFG_SINGLE);
+    EXPECT_EQ(S(v->text), texts[i]);
+  }
+}
+
+TEST(CfgDocument, SetValueTurnsAListIntoASingleValue) {
+  ZyrCfgDocument doc;
+  Load(doc, u"[s]\n; lead\nk = a b ; tail\n[t]\nk = \"a b\"\n");
+  ZyrCfgSectionRef s = doc.FindSection(u"s");
+  ZyrCfgSectionRef t = doc.FindSection(u"t");
+  ZyrCfgValueRef v;
+  ASSERT_EQ(s->FindValue(u"k", &v), ZYR_OK);
+  ASSERT_EQ(v->kind, ZYR_CFG_LIST);
+  ASSERT_EQ(t->SetValue(u"k", u"x"), ZYR_OK);
+
+  ASSERT_EQ(s->SetValue(u"k", u"x"), ZYR_OK);
+  EXPECT_EQ(v->kind, ZYR_CFG_SINGLE);
+  EXPECT_EQ(S(v->text), u"x");
+  EXPECT_EQ(v->items.Count(), 2u);  // stale, and ignored from now on
+  EXPECT_EQ(S(v->leadingComment), u" lead");
+  EXPECT_EQ(S(v->lineComment), u" tail");
+  ZyrCfgValueRef w;
+  ASSERT_EQ(t->FindValue(u"k", &w), ZYR_OK);
+  EXPECT_TRUE(v->Equals(*w));
+}
+
+TEST(CfgDocument, GetTypeOnlyForASingleValue) {
+  ZyrCfgDocument doc;
+  Load(doc, u"[a]\nType = Logger\n[b]\nType = a b\n[c]\ntype = Logger\n[d]\nType = \"x y\"\n");
+  const ZyrBasString* type = doc.FindSection(u"a")->GetType();
+  ASSERT_NE(type, nullptr);
+  EXPECT_EQ(S(*type), u"Logger");
+  EXPECT_EQ(doc.FindSection(u"b")->GetType(), nullptr);
+  EXPECT_EQ(doc.FindSection(u"c")->GetType(), nullptr);
+  ASSERT_NE(doc.FindSection(u"d")->GetType(), nullptr);
+  EXPECT_EQ(S(*doc.FindSection(u"d")->GetType()), u"x y");
+}
+
+TEST(CfgDocument, EqualsIgnoresValueCommentsButNotKindOrSectionComment) {
+  ZyrCfgDocument a, b, c, d, e;
+  Load(a, u"[s]\n; one\nk = v ; x\nm = \"x y\"\n");
+  Load(b, u"[s]\n; two\nk = v ; y\nm = \"x y\"\n");
+  Load(c, u"; header\n[s]\nk = v\nm = \"x y\"\n");
+  Load(d, u"[s]\nk = v\nm = x y\n");
+  Load(e, u"[s]\nk = v\nm = \"x y\"\nn = 1\n");
+  ZyrCfgSectionRef sa = a.FindSection(u"s");
+  EXPECT_TRUE(sa->Equals(*b.FindSection(u"s")));
+  EXPECT_FALSE(sa->Equals(*c.FindSection(u"s")));
+  EXPECT_FALSE(sa->Equals(*d.FindSection(u"s")));  // same text, one a list
+  EXPECT_FALSE(sa->Equals(*e.FindSection(u"s")));
+  EXPECT_FALSE(e.FindSection(u"s")->Equals(*sa));
+
+  ZyrCfgValueRef single, list;
+  ASSERT_EQ(sa->FindValue(u"m", &single), ZYR_OK);
+  ASSERT_EQ(d.FindSection(u"s")->FindValue(u"m", &list), ZYR_OK);
+  EXPECT_EQ(S(single->text), S(list->text));
+  EXPECT_FALSE(single->Equals(*list));
+
+  // Lists compare by their items, not by how they were written.
+  ZyrCfgDocument f, g, h;
+  Load(f, u"[s]\nm = x   y\n");
+  Load(g, u"[s]\nm = x y\n");
+  Load(h, u"[s]\nm = x z\n");
+  ZyrCfgValueRef mf, mg, mh;
+  f.FindSection(u"s")->FindValue(u"m", &mf);
+  g.FindSection(u"s")->FindValue(u"m", &mg);
+  h.FindSection(u"s")->FindValue(u"m", &mh);
+  EXPECT_TRUE(mf->Equals(*mg));
+  EXPECT_FALSE(mg->Equals(*mh));
+}
+
+TEST(CfgDocument, ValueSetters) {
+  ZyrCfgValueRef v = MakeValue(u"k", u"t");
+  v->kind = ZYR_CFG_LIST;
+  ASSERT_EQ(v->Set(u"key", u"text", u"lead", u"line"), ZYR_OK);
+  EXPECT_EQ(v->kind, ZYR_CFG_SINGLE);
+  EXPECT_EQ(S(v->name), u"key");
+  EXPECT_EQ(S(v->leadingComment), u"lead");
+  EXPECT_EQ(S(v->lineComment), u"line");
+  EXPECT_EQ(v->Set(u"", u"x", nullptr, nullptr), ZYR_E_INVALID_ARGUMENT);
+  EXPECT_EQ(v->Set(nullptr, u"x", nullptr, nullptr), ZYR_E_INVALID_ARGUMENT);
+  EXPECT_EQ(S(v->text), u"text");  // a refused Set changes nothing
+  ASSERT_EQ(v->Set(u"key", nullptr, nullptr, nullptr), ZYR_OK);
+  EXPECT_EQ(S(v->text), u"");
+  EXPECT_EQ(S(v->leadingComment), u"");
+  v->kind = ZYR_CFG_LIST;
+  ASSERT_EQ(v->SetText(u"a b"), ZYR_OK);  // no quoting here
+  EXPECT_EQ(S(v->text), u"a b");
+  EXPECT_EQ(v->kind, ZYR_CFG_SINGLE);
+
+  ZyrCfgSectionRef s = MakeSection(u"s");
+  EXPECT_EQ(s->SetName(u""), ZYR_E_INVALID_ARGUMENT);
+  EXPECT_EQ(S(s->name), u"s");
+}
