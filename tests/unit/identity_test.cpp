@@ -1,0 +1,232 @@
+#include <gtest/gtest.h>
+
+#include <gnu/libc-version.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+#include <thread>
+
+#include "base/identity.h"
+
+namespace {
+
+std::u16string Str(const ZyrBasString& s) { return std::u16string(s.Text(), s.Length()); }
+
+// Sets or clears variables for one test and puts the old values back.
+class EnvGuard {
+ public:
+  explicit EnvGuard(const char* name) : name_(name) {
+    const char* v = getenv(name);
+    had_ = v != nullptr;
+    if (had_) old_ = v;
+  }
+  ~EnvGuard() {
+    if (had_) setenv(name_, old_.c_str(), 1);
+    else unsetenv(name_);
+  }
+  void Set(const char* value) { setenv(name_, value, 1); }
+  void Clear() { unsetenv(name_); }
+
+ private:
+  const char* name_;
+  bool had_ = false;
+  std::string old_;
+};
+
+std::u16string ComputerName() {
+  ZyrBasString s;
+  ZyrBasStringRef ref(s);
+  EXPECT_EQ(ZyrBasComputerName(ref), ZYR_OK);
+  return Str(s);
+}
+
+TEST(IdentityComputerName, SourcesInOrderAndEmptyCountsAsNone) {
+  EnvGuard cluster("_CLUSTER_NETWORK_NAME_");
+  EnvGuard computer("COMPUTERNAME");
+
+  cluster.Set("CLUSTERNODE");
+  computer.Set("WORKSTATION");
+  EXPECT_EQ(ComputerName(), u"CLUSTERNODE");
+
+  cluster.Set("");
+  EXPECT_EQ(ComputerName(), u"WORKSTATION");
+
+  cluster.Clear();
+  computer.Set("");
+  char host[256] = {};
+  std::u16string expected = u"localhost";
+  if (gethostname(host, sizeof host - 1) == 0 && host[0]) {
+    expected.clear();
+    for (const char* p = host; *p; ++p) expected += static_cast<char16_t>(*p);  // host names are ASCII
+  }
+  EXPECT_EQ(ComputerName(), expected);
+}
+
+TEST(IdentityEnv, UnsetAndEmptyEmptyTheTarget) {
+  EnvGuard v("ZYR_IDENTITY_TEST_VAR");
+  ZyrBasString out;
+  ASSERT_EQ(out.AssignAscii("stale"), ZYR_OK);
+  v.Clear();
+  EXPECT_EQ(ZyrBasGetEnv(u"ZYR_IDENTITY_TEST_VAR", out), ZYR_I_VARIABLE_EMPTY);
+  EXPECT_TRUE(out.Empty());
+
+  ASSERT_EQ(out.AssignAscii("stale"), ZYR_OK);
+  v.Set("");
+  EXPECT_EQ(ZyrBasGetEnv(u"ZYR_IDENTITY_TEST_VAR", out), ZYR_I_VARIABLE_EMPTY);
+  EXPECT_TRUE(out.Empty());
+
+  // A name with "=" is no name: it must not match the variable's prefix.
+  v.Set("x");
+  EXPECT_EQ(ZyrBasGetEnv(u"ZYR_IDENTITY_TEST_VAR=", out), ZYR_I_VARIABLE_EMPTY);
+  EXPECT_EQ(ZyrBasGetEnv(u"", out), ZYR_I_VARIABLE_EMPTY);
+}
+
+TEST(IdentityEnv, ValueIsDecodedFromUtf8) {
+  EnvGuard v("ZYR_IDENTITY_TEST_VAR");
+  v.Set("Z\xc3\xbcrich \xe2\x82\xac \xf0\x9d\x84\x9e");  // "Zürich € 𝄞"
+  ZyrBasString out;
+  ASSERT_EQ(ZyrBasGetEnv(u"ZYR_IDENTITY_TEST_VAR", out), ZYR_OK);
+  EXPECT_EQ(Str(out), u"Z\u00fcrich \u20ac \U0001d11e");
+
+  v.Set("a\xff" "b\xe2\x82");  // a stray byte and a cut-off sequence
+  ASSERT_EQ(ZyrBasGetEnv(u"ZYR_IDENTITY_TEST_VAR", out), ZYR_OK);
+  EXPECT_EQ(Str(out), u"a\ufffdb\ufffd");
+}
+
+TEST(IdentityEnv, RawFormReportsTheSizeNeeded) {
+  EnvGuard v("ZYR_IDENTITY_TEST_VAR");
+  v.Set("abcdef");
+  char16_t small[4] = {u'q', 0, 0, 0};
+  ZyrBasCountedBuffer buffer = {1, 4, small};
+  std::size_t needed = 0;
+  EXPECT_EQ(ZyrBasGetEnvRaw(u"ZYR_IDENTITY_TEST_VAR", buffer, &needed), ZYR_E_BUFFER_TOO_SMALL);
+  EXPECT_EQ(needed, 7u);
+  EXPECT_EQ(small[0], u'q');  // left as it was
+
+  char16_t big[7];
+  ZyrBasCountedBuffer fits = {0, 7, big};
+  EXPECT_EQ(ZyrBasGetEnvRaw(u"ZYR_IDENTITY_TEST_VAR", fits, &needed), ZYR_OK);
+  EXPECT_EQ(std::u16string(big), u"abcdef");
+  EXPECT_EQ(fits.length, 6u);
+}
+
+// --------------------------------------------------------------------------
+
+std::u16string OwnImage() {
+  char path[4096];
+  ssize_t n = readlink("/proc/self/exe", path, sizeof path - 1);
+  EXPECT_GT(n, 0);
+  std::u16string s;
+  for (ssize_t i = 0; i < n; ++i) s += static_cast<char16_t>(static_cast<unsigned char>(path[i]));
+  return s;  // the build tree has an ASCII path
+}
+
+TEST(IdentityProcess, OwnImageAndNames) {
+  ZyrBasString name;
+  ASSERT_EQ(ZyrBasProcessName(ZyrBasCurrentProcessId(), name), ZYR_OK);
+  EXPECT_EQ(Str(name), OwnImage());
+
+  std::size_t length = OwnImage().size();
+  char16_t tiny[2];
+  ZyrBasCountedBuffer buffer = {0, 2, tiny};
+  std::size_t needed = 0;
+  EXPECT_EQ(ZyrBasProcessImagePath(ZyrBasCurrentProcessId(), buffer, &needed),
+            ZYR_E_BUFFER_TOO_SMALL);
+  EXPECT_EQ(needed, length + 1);
+}
+
+TEST(IdentityProcess, OtherProcessesByTheirId) {
+  // A child of ours, which we may always look at, running the same image.
+  pid_t child = fork();
+  if (child == 0) {
+    pause();
+    _exit(0);
+  }
+  ASSERT_GT(child, 0);
+  ZyrBasString name;
+  EXPECT_EQ(ZyrBasProcessName(static_cast<std::uint32_t>(child), name), ZYR_OK);
+  EXPECT_EQ(Str(name), OwnImage());
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+
+  // The reaped child is gone: no such process.
+  EXPECT_EQ(ZyrBasProcessName(static_cast<std::uint32_t>(child), name), ZYR_E_INVALID_ARGUMENT);
+  // Process 2 is the kernel's thread starter: it exists and has no image.
+  if (access("/proc/2", F_OK) == 0) {
+    EXPECT_EQ(ZyrBasProcessName(2, name), ZYR_OK);
+    EXPECT_EQ(Str(name), u"System");
+  }
+}
+
+TEST(IdentityProcess, ThreadIdsAreDistinctAndFollowAFork) {
+  std::uint32_t mine = ZyrBasCurrentThreadId();
+  EXPECT_EQ(mine, static_cast<std::uint32_t>(gettid()));
+  std::uint32_t other = 0;
+  std::thread([&] { other = ZyrBasCurrentThreadId(); }).join();
+  EXPECT_NE(other, 0u);
+  EXPECT_NE(other, mine);
+
+  // In a child the forking thread is the first thread of a new process: a
+  // kept id of the parent would be wrong there.
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  pid_t child = fork();
+  if (child == 0) {
+    std::uint32_t ids[2] = {ZyrBasCurrentThreadId(), ZyrBasCurrentProcessId()};
+    ssize_t ignored = write(fds[1], ids, sizeof ids);
+    (void)ignored;
+    _exit(0);
+  }
+  ASSERT_GT(child, 0);
+  std::uint32_t ids[2] = {};
+  EXPECT_EQ(read(fds[0], ids, sizeof ids), static_cast<ssize_t>(sizeof ids));
+  waitpid(child, nullptr, 0);
+  close(fds[0]);
+  close(fds[1]);
+  EXPECT_EQ(ids[0], static_cast<std::uint32_t>(child));
+  EXPECT_EQ(ids[1], static_cast<std::uint32_t>(child));
+}
+
+// --------------------------------------------------------------------------
+
+void AFunctionOfTheProgram() {}
+
+TEST(IdentityModule, AddressInTheProgramInALibraryAndNowhere) {
+  ZyrBasModuleInfo info;
+  const void* address = reinterpret_cast<const void*>(&AFunctionOfTheProgram);
+  ASSERT_EQ(ZyrBasModuleAt(info, ZYR_MODULE_BASE | ZYR_MODULE_SIZE | ZYR_MODULE_PATH | ZYR_MODULE_NAME,
+                           address),
+            ZYR_OK);
+  EXPECT_EQ(Str(info.path), OwnImage());
+  EXPECT_EQ(Str(info.name), u"zyr_unit_tests");
+  EXPECT_LE(info.base, address);
+  EXPECT_LT(address, static_cast<const char*>(info.base) + info.size);
+
+  ZyrBasModuleInfo libc;
+  ASSERT_EQ(ZyrBasModuleAt(libc, ZYR_MODULE_NAME | ZYR_MODULE_PATH,
+                           reinterpret_cast<const void*>(&gnu_get_libc_version)),
+            ZYR_OK);
+  EXPECT_EQ(Str(libc.name).rfind(u"libc", 0), 0u) << "name does not start with libc";
+  EXPECT_EQ(libc.path.Text()[0], u'/');
+  EXPECT_EQ(libc.filled, static_cast<std::uint32_t>(ZYR_MODULE_NAME | ZYR_MODULE_PATH));
+
+  int onTheStack = 0;
+  ZyrBasModuleInfo none;
+  EXPECT_EQ(ZyrBasModuleAt(none, ZYR_MODULE_PATH, &onTheStack), ZYR_E_INVALID_DATA);
+  EXPECT_EQ(ZyrBasModuleAt(none, ZYR_MODULE_PATH, nullptr), ZYR_E_INVALID_DATA);
+}
+
+TEST(IdentityModule, OwnModuleAndItsDirectory) {
+  // The unit tests link the library's objects into the program itself.
+  ZyrBasString path, directory;
+  ASSERT_EQ(ZyrBasOwnModulePath(path), ZYR_OK);
+  EXPECT_EQ(Str(path), OwnImage());
+  ASSERT_EQ(ZyrBasOwnModuleDirectory(directory), ZYR_OK);
+  std::u16string image = OwnImage();
+  EXPECT_EQ(Str(directory), image.substr(0, image.rfind(u'/')));
+}
+
+}  // namespace
