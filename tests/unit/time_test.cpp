@@ -1,0 +1,166 @@
+#include <gtest/gtest.h>
+
+#include <time.h>
+
+#include <chrono>
+#include <random>
+#include <thread>
+
+#include "base/time.h"
+
+namespace {
+
+constexpr std::uint64_t kUnixToNt = 116444736000000000ull;
+
+std::uint64_t FromUnix(std::int64_t seconds, std::uint32_t ticks = 0) {
+  return kUnixToNt + static_cast<std::uint64_t>(seconds) * 10000000ull + ticks;
+}
+
+void ExpectFields(const ZyrBasTimeFields& f, int y, int mo, int d, int h, int mi, int s, int ms,
+                  int wd) {
+  EXPECT_EQ(f.year, y);
+  EXPECT_EQ(f.month, mo);
+  EXPECT_EQ(f.day, d);
+  EXPECT_EQ(f.hour, h);
+  EXPECT_EQ(f.minute, mi);
+  EXPECT_EQ(f.second, s);
+  EXPECT_EQ(f.millisecond, ms);
+  EXPECT_EQ(f.dayOfWeek, wd);
+}
+
+TEST(TimeSplit, EarliestInstantAndJustBefore) {
+  EXPECT_EQ(ZYR_TIME_EARLIEST, kUnixToNt);
+  ZyrBasTimeFields f;
+  ASSERT_EQ(ZyrBasTimeToFields(f, ZYR_TIME_EARLIEST), ZYR_OK);
+  ExpectFields(f, 1970, 1, 1, 0, 0, 0, 0, 4);  // a Thursday
+  EXPECT_EQ(ZyrBasTimeToFields(f, ZYR_TIME_EARLIEST - 1), ZYR_E_TIME_OUT_OF_RANGE);
+  EXPECT_EQ(ZyrBasTimeToFields(f, 0), ZYR_E_TIME_OUT_OF_RANGE);
+  EXPECT_EQ(ZyrBasTimeToFields(f, 0x8000000000000000ull), ZYR_E_TIME_OUT_OF_RANGE);
+
+  std::uint64_t t = 0;
+  ZyrBasTimeFields g = {1969, 12, 0, 31, 23, 59, 59, 999, 0, 0};
+  EXPECT_EQ(ZyrBasTimeFromFields(g, &t), ZYR_E_TIME_OUT_OF_RANGE);
+  g = {1970, 1, 0, 1, 0, 0, 0, 0, 0, 0};
+  ASSERT_EQ(ZyrBasTimeFromFields(g, &t), ZYR_OK);
+  EXPECT_EQ(t, ZYR_TIME_EARLIEST);
+}
+
+TEST(TimeSplit, NoTimeSentinelBothWays) {
+  ZyrBasTimeFields f;
+  ASSERT_EQ(ZyrBasTimeToFields(f, ZYR_TIME_NONE), ZYR_I_TIME_OUT_OF_RANGE);
+  ExpectFields(f, 1600, 12, 31, 0, 0, 0, 0, 0);
+  std::uint64_t t = 0;
+  EXPECT_EQ(ZyrBasTimeFromFields(f, &t), ZYR_I_TIME_OUT_OF_RANGE);
+  EXPECT_EQ(t, ZYR_TIME_NONE);
+}
+
+TEST(TimeSplit, KnownInstantWithSubMillisecondDigits) {
+  // 2014-11-03 09:41:07 UTC, a Monday, plus 0.5123456 s.
+  ZyrBasTimeFields f;
+  ASSERT_EQ(ZyrBasTimeToFields(f, FromUnix(1415007667, 5123456)), ZYR_OK);
+  ExpectFields(f, 2014, 11, 3, 9, 41, 7, 512, 1);
+  EXPECT_EQ(f.microsecond, 345);
+  EXPECT_EQ(f.nanosecond, 600);
+
+  std::uint64_t back = 0;
+  ASSERT_EQ(ZyrBasTimeFromFields(f, &back), ZYR_OK);
+  EXPECT_EQ(back, FromUnix(1415007667, 5123456));
+}
+
+TEST(TimeSplit, MillisecondsAreCutNotRounded) {
+  // One tick short of the next second must not roll into it.
+  ZyrBasTimeFields f;
+  ASSERT_EQ(ZyrBasTimeToFields(f, FromUnix(1415007667, 9999999)), ZYR_OK);
+  EXPECT_EQ(f.second, 7);
+  EXPECT_EQ(f.millisecond, 999);
+  EXPECT_EQ(f.microsecond, 999);
+  EXPECT_EQ(f.nanosecond, 900);
+  // One tick short of the next day, month and year.
+  ASSERT_EQ(ZyrBasTimeToFields(f, FromUnix(1704067200) - 1), ZYR_OK);
+  ExpectFields(f, 2023, 12, 31, 23, 59, 59, 999, 0);
+}
+
+TEST(TimeSplit, LeapYears) {
+  ZyrBasTimeFields f;
+  // 2000 is a leap year (divisible by 400), 2100 is not, 2024 is.
+  ASSERT_EQ(ZyrBasTimeToFields(f, FromUnix(951782400)), ZYR_OK);  // 2000-02-29
+  ExpectFields(f, 2000, 2, 29, 0, 0, 0, 0, 2);
+  ASSERT_EQ(ZyrBasTimeToFields(f, FromUnix(4107542400)), ZYR_OK);  // 2100-03-01
+  ExpectFields(f, 2100, 3, 1, 0, 0, 0, 0, 1);
+  ASSERT_EQ(ZyrBasTimeToFields(f, FromUnix(4107542400) - 1), ZYR_OK);
+  ExpectFields(f, 2100, 2, 28, 23, 59, 59, 999, 0);
+
+  std::uint64_t t;
+  ZyrBasTimeFields leap = {2024, 2, 0, 29, 12, 0, 0, 0, 0, 0};
+  EXPECT_EQ(ZyrBasTimeFromFields(leap, &t), ZYR_OK);
+  leap.year = 2023;
+  EXPECT_EQ(ZyrBasTimeFromFields(leap, &t), ZYR_E_INVALID_ARGUMENT);
+  leap.year = 2100;
+  EXPECT_EQ(ZyrBasTimeFromFields(leap, &t), ZYR_E_INVALID_ARGUMENT);
+  leap.year = 2000;
+  EXPECT_EQ(ZyrBasTimeFromFields(leap, &t), ZYR_OK);
+}
+
+TEST(TimeSplit, FieldsThatNameNoInstant) {
+  const ZyrBasTimeFields good = {2020, 6, 0, 15, 10, 20, 30, 400, 0, 0};
+  std::uint64_t t;
+  ASSERT_EQ(ZyrBasTimeFromFields(good, &t), ZYR_OK);
+  auto bad = [&](auto change) {
+    ZyrBasTimeFields f = good;
+    change(f);
+    return ZyrBasTimeFromFields(f, &t);
+  };
+  EXPECT_EQ(bad([](ZyrBasTimeFields& f) { f.month = 0; }), ZYR_E_INVALID_ARGUMENT);
+  EXPECT_EQ(bad([](ZyrBasTimeFields& f) { f.month = 13; }), ZYR_E_INVALID_ARGUMENT);
+  EXPECT_EQ(bad([](ZyrBasTimeFields& f) { f.day = 0; }), ZYR_E_INVALID_ARGUMENT);
+  EXPECT_EQ(bad([](ZyrBasTimeFields& f) { f.month = 4, f.day = 31; }), ZYR_E_INVALID_ARGUMENT);
+  EXPECT_EQ(bad([](ZyrBasTimeFields& f) { f.hour = 24; }), ZYR_E_INVALID_ARGUMENT);
+  EXPECT_EQ(bad([](ZyrBasTimeFields& f) { f.minute = 60; }), ZYR_E_INVALID_ARGUMENT);
+  EXPECT_EQ(bad([](ZyrBasTimeFields& f) { f.second = 60; }), ZYR_E_INVALID_ARGUMENT);
+  EXPECT_EQ(bad([](ZyrBasTimeFields& f) { f.millisecond = 1000; }), ZYR_E_INVALID_ARGUMENT);
+  EXPECT_EQ(bad([](ZyrBasTimeFields& f) { f.year = 30828; }), ZYR_E_INVALID_ARGUMENT);
+  // The day of the week is not read.
+  EXPECT_EQ(bad([](ZyrBasTimeFields& f) { f.dayOfWeek = 6; }), ZYR_OK);
+}
+
+// The C library's UTC split is an independent oracle over the whole range
+// that it and the log share.
+TEST(TimeSplit, AgreesWithTheCLibraryAndRoundTrips) {
+  std::mt19937_64 random(12345);
+  std::uniform_int_distribution<std::int64_t> seconds(0, 253402300799);  // to 9999-12-31
+  for (int i = 0; i < 20000; ++i) {
+    std::int64_t s = seconds(random);
+    std::uint32_t ticks = static_cast<std::uint32_t>(random() % 10000000);
+    time_t tt = static_cast<time_t>(s);
+    struct tm tm;
+    ASSERT_NE(gmtime_r(&tt, &tm), nullptr);
+    ZyrBasTimeFields f;
+    ASSERT_EQ(ZyrBasTimeToFields(f, FromUnix(s, ticks)), ZYR_OK);
+    ASSERT_EQ(f.year, tm.tm_year + 1900) << s;
+    ASSERT_EQ(f.month, tm.tm_mon + 1) << s;
+    ASSERT_EQ(f.day, tm.tm_mday) << s;
+    ASSERT_EQ(f.hour, tm.tm_hour) << s;
+    ASSERT_EQ(f.minute, tm.tm_min) << s;
+    ASSERT_EQ(f.second, tm.tm_sec) << s;
+    ASSERT_EQ(f.dayOfWeek, tm.tm_wday) << s;
+    ASSERT_EQ(f.millisecond, ticks / 10000) << s;
+    std::uint64_t back = 0;
+    ASSERT_EQ(ZyrBasTimeFromFields(f, &back), ZYR_OK);
+    ASSERT_EQ(back, FromUnix(s, ticks));
+  }
+}
+
+TEST(TimeClock, SystemTimeIsUtcNowAndTickAdvances) {
+  std::uint64_t now = ZyrBasSystemTime();
+  std::uint64_t expected = FromUnix(static_cast<std::int64_t>(::time(nullptr)));
+  std::uint64_t diff = now > expected ? now - expected : expected - now;
+  EXPECT_LT(diff, 20000000ull);  // within two seconds
+
+  std::uint32_t before = ZyrBasTickCount();
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  std::uint32_t elapsed = ZyrBasTickCount() - before;
+  EXPECT_GE(elapsed, 30u);  // the coarse clock may lag by a few milliseconds
+  EXPECT_LT(elapsed, 5000u);
+}
+
+}  // namespace
