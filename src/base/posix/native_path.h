@@ -1,0 +1,33 @@
+// Wide DOS-style paths to the names the kernel takes, and back.
+//
+// The native name of a path is its UTF-8 form with both separators made
+// "/"; the Drive, UNC and Device forms have no meaning of their own here
+// and pass through unchanged apart from that. So the rooted "\var\log\a.log"
+// becomes "/var/log/a.log", and a relative name stays relative to the
+// current directory.
+//
+// Linux names are bytes, not always UTF-8. A byte that is not part of a
+// valid UTF-8 sequence comes in as the lone surrogate U+DC00 + byte, and
+// such a surrogate goes out as that byte again, so every name read from a
+// directory can be given back to the kernel unchanged.
+#ifndef ZYR_BASE_POSIX_NATIVE_PATH_H
+#define ZYR_BASE_POSIX_NATIVE_PATH_H
+
+#include <cstddef>
+
+#include "base/string.h"
+#include "zyrlog/result.h"
+
+// ZYR_E_PATH_NOT_FOUND for a path that has no native name: empty, holding
+// a NUL, or holding a lone surrogate other than an escaped byte.
+ZyrResult ZyrBasNativePath(const char16_t* path, std::size_t length, ZyrBasNarrowText& out);
+
+// A native name (not terminated, `length` bytes) as wide text, separators
+// left as they are.
+ZyrResult ZyrBasWideFromNative(const char* name, std::size_t length, ZyrBasString& out);
+
+// The current directory as a wide path written with "\": "/home/a" gives
+// "\home\a".
+ZyrResult ZyrBasCurrentDirectory(ZyrBasString& out);
+
+#endif
