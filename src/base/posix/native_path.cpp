@@ -94,8 +94,9 @@ std::size_t DecodeOne(const unsigned char* s, std::size_t n, std::size_t i, std:
 
 }  // namespace
 
-ZyrResult ZyrBasWideFromNative(const char* name, std::size_t length, ZyrBasString& out) {
-  const unsigned char* s = reinterpret_cast<const unsigned char*>(name);
+namespace {
+
+std::size_t MeasureWide(const unsigned char* s, std::size_t length) {
   std::size_t units = 0;
   for (std::size_t i = 0; i < length;) {
     std::uint32_t cp;
@@ -103,10 +104,10 @@ ZyrResult ZyrBasWideFromNative(const char* name, std::size_t length, ZyrBasStrin
     units += (k != 0 && cp >= 0x10000) ? 2 : 1;
     i += k ? k : 1;
   }
-  ZyrBasString built;
-  ZyrResult r = built.Resize(units);
-  if (ZyrFailed(r)) return r;
-  char16_t* w = built.Data();
+  return units;
+}
+
+void DecodeInto(const unsigned char* s, std::size_t length, char16_t* w) {
   for (std::size_t i = 0; i < length;) {
     std::uint32_t cp;
     std::size_t k = DecodeOne(s, length, i, &cp);
@@ -124,7 +125,28 @@ ZyrResult ZyrBasWideFromNative(const char* name, std::size_t length, ZyrBasStrin
     }
     i += k;
   }
+}
+
+}  // namespace
+
+ZyrResult ZyrBasWideFromNative(const char* name, std::size_t length, ZyrBasString& out) {
+  const unsigned char* s = reinterpret_cast<const unsigned char*>(name);
+  ZyrBasString built;
+  ZyrResult r = built.Resize(MeasureWide(s, length));
+  if (ZyrFailed(r)) return r;
+  DecodeInto(s, length, built.Data());
   out.Swap(built);
+  return ZYR_OK;
+}
+
+ZyrResult ZyrBasWideFromNativeFixed(const char* name, std::size_t length, char16_t* target,
+                                    std::size_t capacity, std::size_t* outLength) {
+  const unsigned char* s = reinterpret_cast<const unsigned char*>(name);
+  std::size_t units = MeasureWide(s, length);
+  *outLength = units;
+  if (units + 1 > capacity) return ZYR_E_BUFFER_TOO_SMALL;
+  DecodeInto(s, length, target);
+  target[units] = 0;
   return ZYR_OK;
 }
 

@@ -26,6 +26,12 @@ ZyrResult ZyrBasNativePath(const char16_t* path, std::size_t length, ZyrBasNarro
 // left as they are.
 ZyrResult ZyrBasWideFromNative(const char* name, std::size_t length, ZyrBasString& out);
 
+// The same into a fixed buffer of `capacity` characters, terminator
+// included; ZYR_E_BUFFER_TOO_SMALL with *outLength the needed length
+// (without terminator) when it does not fit.
+ZyrResult ZyrBasWideFromNativeFixed(const char* name, std::size_t length, char16_t* target,
+                                    std::size_t capacity, std::size_t* outLength);
+
 // The current directory as a wide path written with "\": "/home/a" gives
 // "\home\a".
 ZyrResult ZyrBasCurrentDirectory(ZyrBasString& out);
