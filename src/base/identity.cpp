@@ -6,10 +6,10 @@
 
 namespace {
 
-// The system gives narrow text in UTF-8. These two conversions are the
-// strict minimum for names and paths: a malformed byte becomes U+FFFD, an
-// unpaired surrogate likewise.
-// TODO: use the library's text conversion once it is in the base.
+// The system gives narrow text in UTF-8. Names and environment values are
+// decoded leniently, unlike configuration text: a malformed byte becomes
+// U+FFFD, an unpaired surrogate likewise, so that one odd byte in a host
+// name or a path does not fail the lookup.
 std::size_t DecodeUtf8(const unsigned char* s, std::size_t n, char16_t* out) {
   std::size_t units = 0;
   std::size_t i = 0;
@@ -156,6 +156,14 @@ ZyrResult ZyrBasComputerName(ZyrBasStringRef& out) {
     return out.Assign(name.Text(), name.Length());
   }
   return out.Assign(u"localhost", ZYR_TERMINATED);
+}
+
+ZyrResult ZyrBasCurrentUserName(ZyrBasString& out) {
+  out.Clear();
+  ZyrBasNarrowText name;
+  ZyrResult r = ZyrBasOsUserName(name);
+  if (r != ZYR_OK) return r;
+  return AssignUtf8(out, name.Data());
 }
 
 ZyrResult ZyrBasProcessName(std::uint32_t processId, ZyrBasString& out) {

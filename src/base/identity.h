@@ -58,6 +58,10 @@ ZyrResult ZyrBasProcessImagePath(std::uint32_t processId, ZyrBasCountedBuffer& t
 // kernel thread, the nearest thing here to the system process) is "System".
 ZyrResult ZyrBasProcessName(std::uint32_t processId, ZyrBasString& out);
 
+// The login name of the account the process runs as; empty and
+// ZYR_I_NOT_FOUND when the system knows no name for it.
+ZyrResult ZyrBasCurrentUserName(ZyrBasString& out);
+
 std::uint32_t ZyrBasCurrentProcessId();
 std::uint32_t ZyrBasCurrentThreadId();
 

@@ -8,6 +8,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <pwd.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -148,4 +149,18 @@ ZyrResult ZyrBasOsModuleAt(const void* address, void** base, std::size_t* size,
   if (ZyrFailed(r)) return r;
   std::memcpy(path->Data(), info.dli_fname, n + 1);
   return path->Resize(ZYR_TERMINATED);
+}
+
+ZyrResult ZyrBasOsUserName(ZyrBasNarrowText& out) {
+  char buffer[1024];
+  struct passwd entry;
+  struct passwd* found = nullptr;
+  int e = getpwuid_r(geteuid(), &entry, buffer, sizeof buffer, &found);
+  if (e != 0) return ZyrResultFromErrno(e);
+  if (!found || !found->pw_name) return ZYR_I_NOT_FOUND;
+  std::size_t n = std::strlen(found->pw_name);
+  ZyrResult r = out.Resize(n);
+  if (ZyrFailed(r)) return r;
+  std::memcpy(out.Data(), found->pw_name, n);
+  return ZYR_OK;
 }

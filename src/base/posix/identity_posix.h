@@ -14,6 +14,9 @@
 const char* ZyrBasOsGetEnv(const char* name);
 // The host name; ZYR_I_NOT_FOUND when the system has none to give.
 ZyrResult ZyrBasOsHostName(ZyrBasNarrowText& out);
+// The login name of the effective user; ZYR_I_NOT_FOUND if the account has
+// no entry.
+ZyrResult ZyrBasOsUserName(ZyrBasNarrowText& out);
 
 std::uint32_t ZyrBasOsProcessId();
 // The kernel's id of the calling thread; the process id for its first thread.

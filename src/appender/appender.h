@@ -1,0 +1,100 @@
+// ZyrLogAppender: a named output. The base owns the lock, the open state,
+// the severity filter and the link to a layout, and drives the order of
+// open, header, line, footer and close; a subclass only opens, writes and
+// closes its target. The registry owns all appenders of the manager.
+#ifndef ZYR_APPENDER_APPENDER_H
+#define ZYR_APPENDER_APPENDER_H
+
+#include <cstdint>
+
+#include "base/array.h"
+#include "base/lock.h"
+#include "base/string.h"
+#include "zyrlog/zyrlog.h"
+
+struct ZyrLogEvent;
+class ZyrLogLayout;
+class ZyrLogHierarchy;
+class ZyrCfgSection;
+
+class ZyrLogAppender {
+ public:
+  virtual ~ZyrLogAppender();
+  // Writes one piece of text (a line, a header, a footer) to the target.
+  virtual ZyrResult WriteText(const char16_t* text, std::size_t length);
+  // The write of a formatted line; rolling appenders roll around it.
+  virtual ZyrResult Append(ZyrLogEvent& event, const char16_t* text, std::size_t length);
+  virtual ZyrResult OpenTarget();
+  virtual ZyrResult CloseTarget();
+  // Back to closed; the next event that passes opens again.
+  virtual ZyrResult Release();
+  virtual ZyrResult Truncate();
+  // Reads BreakSeverity; subclasses read their own keys first.
+  virtual ZyrResult Configure(ZyrCfgSection& section);
+  // Subclasses add their keys first and call the base last.
+  virtual ZyrResult WriteConfig(ZyrCfgSection& section);
+
+  ZyrResult Init(const char16_t* name, ZyrLogHierarchy* owner);
+  // The entry from a logger: filter, format, open if needed, write.
+  ZyrResult DoAppend(ZyrLogEvent& event);
+  ZyrResult AppendFormatted(ZyrLogEvent& event, const char16_t* text, std::size_t length);
+  ZyrResult Open();
+  ZyrResult Close();
+  ZyrResult WriteFramingText(const ZyrBasString& text);
+  // Under the lock: close, then configure.
+  ZyrResult Reconfigure(ZyrCfgSection& section);
+
+  ZyrBasCriticalSection& Lock() { return lock_; }
+  const ZyrBasString& Name() const { return name_; }
+  ZyrLogLayout* Layout() const { return layout_; }
+  void SetLayout(ZyrLogLayout* layout) { layout_ = layout; }
+  bool IsOpened() const { return opened_ != 0; }
+  ZyrLogSeverity BreakSeverity() const { return breakSeverity_; }
+  ZyrLogHierarchy* Owner() const { return owner_; }
+
+ protected:
+  ZyrLogAppender() = default;
+
+ private:
+  std::uint8_t opened_ = 0;
+  ZyrBasCriticalSection lock_;
+  ZyrLogLayout* layout_ = nullptr;
+  ZyrBasString name_;
+  ZyrLogSeverity breakSeverity_ = ZYR_SEVERITY_ALL;
+  ZyrLogHierarchy* owner_ = nullptr;
+  // The formatted line, kept from event to event so that an ordinary line
+  // needs no allocation; used only under the lock.
+  ZyrBasString line_;
+  std::uint8_t closing_ = 0;  // a footer's write must not start a second close
+};
+
+// Makes the appender class that an AppenderType names.
+class ZyrLogAppenderCreator {
+ public:
+  virtual ~ZyrLogAppenderCreator() = default;
+  virtual ZyrResult Create(ZyrLogAppender** appender, ZyrLogHierarchy* hierarchy,
+                           const char16_t* name) = 0;
+};
+
+// The creator for an AppenderType value (exact comparison), carrying the
+// log folder for the file-based classes. ZYR_E_APPENDER_NOT_FOUND for a
+// value outside the table.
+ZyrResult ZyrLogMakeAppender(const ZyrBasString& appenderType, const ZyrBasString& logFolder,
+                             ZyrLogHierarchy* hierarchy, const char16_t* name,
+                             ZyrLogAppender** appender);
+
+// The manager's appenders by exact name; owns them.
+class ZyrLogAppenderRegistry {
+ public:
+  ~ZyrLogAppenderRegistry() { CloseAndDestroyAll(); }
+  ZyrResult Find(const char16_t* name, std::size_t length, ZyrLogAppender** appender);
+  ZyrResult Insert(ZyrLogAppender* appender);
+  // Closes every appender (with its footer), then destroys them all.
+  void CloseAndDestroyAll();
+  ZyrBasNameMap<ZyrLogAppender*>& Map() { return map_; }
+
+ private:
+  ZyrBasNameMap<ZyrLogAppender*> map_;
+};
+
+#endif

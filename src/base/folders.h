@@ -1,0 +1,63 @@
+// Known folders and product directories. The ids stay those of the folder
+// table; on this platform each is found in the order store, environment,
+// then the default below the user's profile (XDG locations).
+#ifndef ZYR_BASE_FOLDERS_H
+#define ZYR_BASE_FOLDERS_H
+
+#include <cstdint>
+
+#include "base/string.h"
+#include "zyrlog/result.h"
+
+enum ZyrBasFolderId : std::uint32_t {
+  ZYR_FOLDER_PROFILE = 0,
+  ZYR_FOLDER_DESKTOP = 1,
+  ZYR_FOLDER_APPDATA = 2,
+  ZYR_FOLDER_SYSTEM = 3,
+  ZYR_FOLDER_SYSTEM_X86 = 4,
+  ZYR_FOLDER_SYSTEM_NATIVE = 5,
+  ZYR_FOLDER_WINDOWS = 6,
+  ZYR_FOLDER_PROGRAM_FILES = 7,
+  ZYR_FOLDER_PROGRAM_FILES_X86 = 8,
+  ZYR_FOLDER_PROGRAM_FILES_NATIVE = 9,
+  ZYR_FOLDER_COMMON_FILES = 10,
+  ZYR_FOLDER_COMMON_FILES_X86 = 11,
+  ZYR_FOLDER_COMMON_FILES_NATIVE = 12,
+  ZYR_FOLDER_COMMON_STARTUP = 13,
+  ZYR_FOLDER_STARTUP = 14,
+  ZYR_FOLDER_PERSONAL = 15,
+  ZYR_FOLDER_COMMON_DOCUMENTS = 16,
+  ZYR_FOLDER_UNUSED = 17,
+  ZYR_FOLDER_SYSTEM_DRIVE = 18,
+  ZYR_FOLDER_SYSTEM_PARTITION = 19,
+  ZYR_FOLDER_COMMON_APPDATA = 20,
+  ZYR_FOLDER_LOCAL_APPDATA = 21,
+  ZYR_FOLDER_COUNT = 22,
+};
+
+enum ZyrBasProductDirectoryKind : std::uint32_t {
+  ZYR_DIR_INSTALL = 0,
+  ZYR_DIR_ALL_USERS = 1,
+  ZYR_DIR_ADMIN_COMMON = 2,
+  ZYR_DIR_ADMIN_ALL_USERS = 3,
+  ZYR_DIR_ADMIN_SERVER = 4,
+  ZYR_DIR_USER_ROAMING = 5,
+  ZYR_DIR_USER_LOCAL = 6,
+  ZYR_DIR_DATABASE = 7,
+  ZYR_DIR_QUA_COMMON = 8,
+  ZYR_DIR_FRAMEWORK = 9,
+  ZYR_DIR_SETUP = 10,
+};
+
+// The folder as a string. Found afresh at each call, so that a process (or
+// a test) that changes its environment is followed. ZYR_E_PATH_NOT_FOUND for
+// a folder this platform does not have; ZYR_E_INVALID_ARGUMENT for an id of
+// 22 or more.
+ZyrResult ZyrBasGetFolder(std::uint32_t id, ZyrBasString& path);
+
+// The directory of a product, normalised to a full path: the root of the
+// kind, with the version glued behind it, and `subpath` joined.
+ZyrResult ZyrBasProductDirectory(std::uint32_t kind, ZyrBasString& path, const char16_t* subpath,
+                                 const char16_t* version);
+
+#endif

@@ -1,0 +1,32 @@
+#include "config/locations.h"
+
+#include "base/file.h"
+#include "base/folders.h"
+#include "base/identity.h"
+#include "base/path.h"
+
+ZyrResult ZyrLogFolder(ZyrBasString& path, std::uint32_t flags, const char16_t* subfolder) {
+  std::uint32_t kind = (flags & ZYR_LOG_FOLDER_ROAMING) ? ZYR_DIR_USER_ROAMING : ZYR_DIR_USER_LOCAL;
+  ZyrResult r = ZyrBasProductDirectory(kind, path, subfolder, u"\\OPH2015");
+  if (ZyrFailed(r)) return r;
+  r = ZyrBasCreateDirectoryTree(path.Text());
+  if (ZyrFailed(r) && r != ZYR_E_ALREADY_EXISTS) {
+    // The tree may stand already in part or whole; only a folder that is
+    // still missing is a failure.
+    if (ZyrFailed(ZyrBasDirectoryExists(path.Text()))) return r;
+  }
+  // The access rules of bits 0 and 1 (restricted code, low label) have no
+  // meaning on this platform: log files themselves are made shareable.
+  return ZYR_OK;
+}
+
+ZyrResult ZyrDefaultLogFolder(ZyrBasString& path) {
+  return ZyrLogFolder(path, ZYR_LOG_FOLDER_DEFAULT_FLAGS, u"log");
+}
+
+ZyrResult ZyrPrivateConfigFolder(ZyrBasString& path) {
+  ZyrResult r = ZyrBasProductDirectory(ZYR_DIR_ALL_USERS, path, u"log", u"\\OPH2015");
+  if (ZyrSucceeded(r) && ZyrSucceeded(ZyrBasDirectoryExists(path.Text()))) return ZYR_OK;
+  // Else the folder that holds the library's own file.
+  return ZyrBasOwnModuleDirectory(path);
+}

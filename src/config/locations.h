@@ -1,0 +1,33 @@
+// Where configuration and logs live: the default log folder, the private
+// configuration folder, and the built-in default configuration text.
+#ifndef ZYR_CONFIG_LOCATIONS_H
+#define ZYR_CONFIG_LOCATIONS_H
+
+#include <cstdint>
+
+#include "base/string.h"
+#include "zyrlog/result.h"
+
+// Log folder flags. Bits 0 and 1 ask for folder access rules that have no
+// meaning on this platform; the word stays as an interface.
+inline constexpr std::uint32_t ZYR_LOG_FOLDER_RESTRICTED_RULE = 1;
+inline constexpr std::uint32_t ZYR_LOG_FOLDER_LOW_LABEL = 2;
+inline constexpr std::uint32_t ZYR_LOG_FOLDER_ROAMING = 4;
+inline constexpr std::uint32_t ZYR_LOG_FOLDER_IGNORE_RULE_FAILURE = 8;
+inline constexpr std::uint32_t ZYR_LOG_FOLDER_DEFAULT_FLAGS = 11;
+
+// Finds and creates a log folder for the current user: the per-user product
+// directory ("...\Zyr\OPH2015") joined with `subfolder`.
+ZyrResult ZyrLogFolder(ZyrBasString& path, std::uint32_t flags, const char16_t* subfolder);
+
+// The default log folder: ZyrLogFolder with flags 11 and subfolder "log".
+ZyrResult ZyrDefaultLogFolder(ZyrBasString& path);
+
+// The private configuration folder: the all-users product directory's "log"
+// folder if it exists, else the folder of the library's own file.
+ZyrResult ZyrPrivateConfigFolder(ZyrBasString& path);
+
+// The pattern of leftover temporary files swept from a log folder.
+inline constexpr char16_t kZyrTempPattern[] = u"zyr-*.tmp";
+
+#endif

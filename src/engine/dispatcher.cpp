@@ -1,0 +1,196 @@
+#include "engine/dispatcher.h"
+
+#include "base/time.h"
+#include "engine/logger.h"
+
+namespace {
+// The notice of a trimmed queue: an event without text that tells by its
+// identification alone that entries were dropped.
+constexpr char16_t kNoticeFileId[] = u"{610B64A8-D676-4CD6-866D-5BE2C66FE3D2}";
+constexpr std::uint32_t kNoticeLine = 223;
+constexpr std::uint32_t kNoticeBuild = 185;
+constexpr std::uint32_t kNoticeRevision = 8038423;
+constexpr char16_t kNoticeRevisionText[] = u"54e9bc545d3f933969433d17a90f5186c51a9e73";
+constexpr std::uint32_t kNoticeProduct = 7;
+constexpr std::uint32_t kNoticeScrambleMode = 1;
+constexpr std::uint32_t kNoWait = 0xffffffffu;
+}  // namespace
+
+ZyrResult ZyrLogFinishEvent(ZyrLogEvent& event) {
+  if (event.ScrambleMode == 0 || event.Message.Empty()) return ZYR_OK;
+  // Scrambling is not built yet; a message that asks for it is not written
+  // in clear.
+  return ZYR_E_NOT_IMPLEMENTED;
+}
+
+ZyrResult ZyrLogWorker::Run() { return dispatcher_.Run(); }
+
+ZyrLogDispatcher::ZyrLogDispatcher(ChangeCallback changeCallback, void* changeContext,
+                                   ZyrLoggerNode* noticeLogger)
+    : changeCallback_(changeCallback),
+      changeContext_(changeContext),
+      lastHousekeeping_(ZyrBasTickCount()),
+      worker_(*this),
+      noticeLogger_(noticeLogger) {}
+
+ZyrLogDispatcher::~ZyrLogDispatcher() {
+  active_.Free();
+  spare_.Free();
+  queueEvent_.Close();
+  queueLock_.Delete();
+}
+
+ZyrResult ZyrLogDispatcher::Init() {
+  ZyrResult r = queueLock_.Create();
+  if (ZyrSucceeded(r)) r = queueEvent_.Create();
+  return r;
+}
+
+void ZyrLogDispatcher::HousekeepingTick() {
+  if (housekeepingBusy_.exchange(1) == 1) return;  // another thread is at it
+  std::uint32_t now = ZyrBasTickCount();
+  if (lastHousekeeping_ < now - 1000u) {
+    lastHousekeeping_ = now;
+    // Log file housekeeping and the configuration change check run here;
+    // the check only while no worker runs (the worker watches folders).
+    if (!running_.load() && changeCallback_) (void)changeCallback_(changeContext_);
+  }
+  housekeepingBusy_.store(0);
+}
+
+ZyrResult ZyrLogDispatcher::DeliverDirect(ZyrLoggerNode* logger, ZyrLogEvent& event) {
+  ZyrResult r = ZyrLogFinishEvent(event);
+  if (ZyrFailed(r)) return r;
+  return logger->Append(event);
+}
+
+ZyrResult ZyrLogDispatcher::Dispatch(ZyrLoggerNode* logger, ZyrLogEvent& event) {
+  HousekeepingTick();
+  if (!running_.load()) return DeliverDirect(logger, event);
+  ZyrLogQueueEntry entry;
+  entry.logger = logger;
+  entry.event.Swap(event);
+  return Enqueue(entry);
+}
+
+void ZyrLogDispatcher::WriteNotice() {
+  ZyrLoggerNode* notice = noticeLogger_;
+  if (!notice || notice->ReadThreshold() > ZYR_SEVERITY_WARN) return;
+  if (notice->flags.load() & ZYR_LOGGER_REVISION_TEXT)
+    (void)notice->LogRevision(ZYR_SEVERITY_WARN, nullptr, kNoticeFileId, kNoticeLine, kNoticeBuild,
+                              kNoticeRevisionText, kNoticeProduct, kNoticeScrambleMode, nullptr);
+  else
+    (void)notice->Log(ZYR_SEVERITY_WARN, nullptr, kNoticeFileId, kNoticeLine, kNoticeBuild,
+                      kNoticeRevision, kNoticeProduct, kNoticeScrambleMode, nullptr);
+}
+
+ZyrResult ZyrLogDispatcher::Enqueue(ZyrLogQueueEntry& entry) {
+  ZyrBasLockGuard guard(queueLock_);
+  // Stop may have passed its last drain since the road was chosen.
+  if (!running_.load()) return DeliverDirect(entry.logger, entry.event);
+  if (maxQueueBytes_ != 0) {
+    std::uint64_t count = active_.Count();
+    if ((count + 1) * kZyrQueueEntryCharge > maxQueueBytes_) {
+      // The oldest two thirds stay; the newest third is lost, never the
+      // entry in hand. The notice comes back here on this thread (the lock
+      // is recursive) and stands ahead of the entry that caused it.
+      active_.Truncate(static_cast<std::size_t>(count * 2 / 3));
+      WriteNotice();
+    }
+  }
+  ZyrResult r = active_.Append(static_cast<ZyrLogQueueEntry&&>(entry), ZyrBasGrowth::HalfAgain);
+  if (ZyrFailed(r)) return r;
+  return queueEvent_.Set();
+}
+
+void ZyrLogDispatcher::Drain() {
+  (void)queueEvent_.Reset();
+  ZyrBasArray<ZyrLogQueueEntry> batch;
+  {
+    ZyrBasLockGuard guard(queueLock_);
+    batch.Swap(active_);
+    active_.Swap(spare_);  // producers go on at once in the spare buffer
+  }
+  for (ZyrLogQueueEntry& entry : batch)
+    if (ZyrSucceeded(ZyrLogFinishEvent(entry.event))) (void)entry.logger->Append(entry.event);
+  // The queue's memory follows its load downward by halves.
+  if (batch.Count() < batch.Capacity() / 4) {
+    ZyrBasArray<ZyrLogQueueEntry> smaller;
+    if (ZyrSucceeded(smaller.Reserve(batch.Capacity() / 2, ZyrBasGrowth::Exact))) batch.Swap(smaller);
+  }
+  batch.Clear();
+  {
+    ZyrBasLockGuard guard(queueLock_);
+    batch.Swap(spare_);
+  }
+}
+
+ZyrResult ZyrLogDispatcher::Run() {
+  ZyrBasWaitSet set;
+  (void)set.Add(worker_.StopReference());
+  (void)set.Add(queueEvent_);
+  for (;;) {
+    ZyrBasWaitable* signalled = nullptr;
+    ZyrResult r = set.Wait(kNoWait, true, &signalled);
+    if (ZyrFailed(r)) {
+      // No way to serve the queue any more: fall back to the direct road,
+      // and write out what waits.
+      {
+        ZyrBasLockGuard guard(queueLock_);
+        running_.store(0);
+      }
+      Drain();
+      return r;
+    }
+    Drain();
+    if (signalled == &worker_.StopReference()) return ZYR_OK;
+  }
+}
+
+ZyrResult ZyrLogDispatcher::Start() {
+  running_.store(1);
+  ZyrResult r = worker_.Start(0);
+  if (r == ZYR_E_TIMEOUT) return r;  // the worker runs already and goes on
+  if (ZyrFailed(r)) {
+    // Without a worker nobody would serve the queue: back to the direct road.
+    {
+      ZyrBasLockGuard guard(queueLock_);
+      running_.store(0);
+    }
+    Drain();
+    return r;
+  }
+  workerStarted_ = 1;
+  return ZYR_OK;
+}
+
+void ZyrLogDispatcher::Stop() {
+  running_.store(0);
+  if (workerStarted_) {
+    (void)worker_.StopEvent().Set();
+    (void)worker_.Wait(kNoWait);
+  }
+  Drain();
+  ZyrBasLockGuard guard(queueLock_);
+  (void)active_.Trim();
+  (void)spare_.Trim();
+}
+
+void ZyrLogDispatcher::SetMaxQueueSize(std::uint64_t bytes) {
+  if (bytes != 0 && bytes < kZyrMinimumMaxQueueBytes) bytes = kZyrMinimumMaxQueueBytes;
+  ZyrBasLockGuard guard(queueLock_);
+  maxQueueBytes_ = bytes;
+}
+
+std::size_t ZyrLogDispatcher::QueuedCount() {
+  ZyrBasLockGuard guard(queueLock_);
+  return active_.Count();
+}
+
+std::uint64_t ZyrLogDispatcher::MaxQueueBytes() {
+  ZyrBasLockGuard guard(queueLock_);
+  return maxQueueBytes_;
+}
+
+// Folder watching comes with the configuration change monitor.
+ZyrResult ZyrLogDispatcher::WatchFolder(const char16_t*) { return ZYR_E_NOT_IMPLEMENTED; }

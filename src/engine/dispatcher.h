@@ -1,0 +1,107 @@
+// ZyrLogDispatcher: every event of the process passes here. While no worker
+// runs it is a pass-through and the calling thread writes; between Start and
+// Stop every event is queued and the one worker thread writes, so that no
+// caller waits for a file. Its Dispatch is also where the once-a-second
+// housekeeping tick rides, since every message passes it.
+#ifndef ZYR_ENGINE_DISPATCHER_H
+#define ZYR_ENGINE_DISPATCHER_H
+
+#include <atomic>
+#include <cstdint>
+
+#include "base/array.h"
+#include "base/lock.h"
+#include "base/sync.h"
+#include "records/event.h"
+
+class ZyrLoggerNode;
+class ZyrLogDispatcher;
+
+// One waiting message: the logger it was written through and the event,
+// which the entry owns.
+struct ZyrLogQueueEntry {
+  ZyrLoggerNode* logger = nullptr;
+  ZyrLogEvent event;
+
+  ZyrLogQueueEntry() = default;
+  ZyrLogQueueEntry(ZyrLogQueueEntry&& other) noexcept : logger(other.logger), event(static_cast<ZyrLogEvent&&>(other.event)) {}
+  ZyrLogQueueEntry& operator=(ZyrLogQueueEntry&& other) noexcept {
+    logger = other.logger;
+    event.Swap(other.event);
+    return *this;
+  }
+};
+
+// Every waiting entry is charged this many bytes against MaxQueueSize,
+// whatever its strings hold.
+inline constexpr std::uint64_t kZyrQueueEntryCharge = 376;
+inline constexpr std::uint64_t kZyrDefaultMaxQueueBytes = 0x2000000;
+// The smallest limit other than 0: five entries.
+inline constexpr std::uint64_t kZyrMinimumMaxQueueBytes = 5 * kZyrQueueEntryCharge;
+
+class ZyrLogWorker final : public ZyrBasThread {
+ public:
+  explicit ZyrLogWorker(ZyrLogDispatcher& dispatcher) : dispatcher_(dispatcher) {}
+  ZyrResult Run() override;
+
+ private:
+  ZyrLogDispatcher& dispatcher_;
+};
+
+class ZyrLogDispatcher {
+ public:
+  typedef ZyrResult (*ChangeCallback)(void* context);
+
+  ZyrLogDispatcher(ChangeCallback changeCallback, void* changeContext, ZyrLoggerNode* noticeLogger);
+  ~ZyrLogDispatcher();
+  // Creates the queue lock and the queue event.
+  ZyrResult Init();
+
+  ZyrResult Dispatch(ZyrLoggerNode* logger, ZyrLogEvent& event);
+  ZyrResult Start();
+  // Stops the worker and writes out everything that was queued.
+  void Stop();
+  // Writes out what waits now; may run on two threads at once.
+  void Drain();
+  // 0 turns the limit off; any value below five entries' charge is raised
+  // to it. Takes effect at the next append.
+  void SetMaxQueueSize(std::uint64_t bytes);
+  ZyrResult WatchFolder(const char16_t* folder);
+
+  bool Running() const { return running_.load() != 0; }
+  std::size_t QueuedCount();
+  std::uint64_t MaxQueueBytes();
+
+  // The worker's loop.
+  ZyrResult Run();
+
+  // For tests of the queue's own rules: events queue up as with a worker,
+  // but nothing serves them until Stop.
+  void TestQueueWithoutWorker() { running_.store(1); }
+
+ private:
+  ZyrResult Enqueue(ZyrLogQueueEntry& entry);
+  ZyrResult DeliverDirect(ZyrLoggerNode* logger, ZyrLogEvent& event);
+  void HousekeepingTick();
+  void WriteNotice();
+
+  ChangeCallback changeCallback_;
+  void* changeContext_;
+  std::atomic<std::uint32_t> housekeepingBusy_{0};
+  std::uint32_t lastHousekeeping_;
+  ZyrLogWorker worker_;
+  std::uint8_t workerStarted_ = 0;
+  ZyrBasCriticalSection queueLock_;
+  ZyrBasArray<ZyrLogQueueEntry> active_;
+  ZyrBasArray<ZyrLogQueueEntry> spare_;
+  ZyrBasEvent queueEvent_;
+  std::atomic<std::uint32_t> running_{0};
+  ZyrLoggerNode* noticeLogger_;
+  std::uint64_t maxQueueBytes_ = kZyrDefaultMaxQueueBytes;
+};
+
+// Makes the message ready for the appenders on the delivering thread:
+// scrambles it when its mode asks for it.
+ZyrResult ZyrLogFinishEvent(ZyrLogEvent& event);
+
+#endif

@@ -1,0 +1,151 @@
+// The writing side of a logger: composing an event and the climb through
+// the appenders, and the logger's own configuration keys.
+#include "appender/appender.h"
+#include "base/result.h"
+#include "config/document.h"
+#include "engine/logger.h"
+#include "engine/manager.h"
+#include "records/event.h"
+#include "records/severity.h"
+
+ZyrResult ZyrLoggerNode::Log(ZyrLogSeverity severity, const char16_t* format,
+                             const char16_t* fileName, std::uint32_t line, std::uint32_t buildNr,
+                             std::uint32_t svnRev, std::uint32_t product,
+                             std::uint32_t scrambleMode, const std::uint64_t* arguments) {
+  return LogNumber(severity, format, fileName, line, buildNr, svnRev, product, scrambleMode,
+                   arguments);
+}
+
+ZyrResult ZyrLoggerNode::LogShort(ZyrLogSeverity severity, const char16_t* format,
+                                  const char16_t* fileName, std::uint32_t line,
+                                  std::uint32_t buildNr, std::uint32_t svnRev,
+                                  std::uint32_t scrambleMode, const std::uint64_t* arguments) {
+  return Log(severity, format, fileName, line, buildNr, svnRev, 0, scrambleMode, arguments);
+}
+
+ZyrResult ZyrLoggerNode::LogNumber(ZyrLogSeverity severity, const char16_t* format,
+                                   const char16_t* fileName, std::uint32_t line,
+                                   std::uint32_t buildNr, std::uint32_t svnRev,
+                                   std::uint32_t product, std::uint32_t scrambleMode,
+                                   const std::uint64_t* arguments) {
+  return Write(severity, format, fileName, line, buildNr, svnRev, nullptr, product, scrambleMode,
+               arguments);
+}
+
+ZyrResult ZyrLoggerNode::LogRevision(ZyrLogSeverity severity, const char16_t* format,
+                                     const char16_t* fileName, std::uint32_t line,
+                                     std::uint32_t buildNr, const char16_t* revisionText,
+                                     std::uint32_t product, std::uint32_t scrambleMode,
+                                     const std::uint64_t* arguments) {
+  return LogText(severity, format, fileName, line, buildNr, revisionText, product, scrambleMode,
+                 arguments);
+}
+
+ZyrResult ZyrLoggerNode::LogText(ZyrLogSeverity severity, const char16_t* format,
+                                 const char16_t* fileName, std::uint32_t line,
+                                 std::uint32_t buildNr, const char16_t* revisionText,
+                                 std::uint32_t product, std::uint32_t scrambleMode,
+                                 const std::uint64_t* arguments) {
+  return Write(severity, format, fileName, line, buildNr, 0xffffffffu,
+               revisionText ? revisionText : u"", product, scrambleMode, arguments);
+}
+
+// No severity test here: the caller tests the public threshold before the
+// call, so a message below it never gets this far.
+ZyrResult ZyrLoggerNode::Write(ZyrLogSeverity severity, const char16_t* format,
+                               const char16_t* fileName, std::uint32_t line,
+                               std::uint32_t buildNr, std::uint32_t svnRev,
+                               const char16_t* revisionText, std::uint32_t product,
+                               std::uint32_t scrambleMode, const std::uint64_t* arguments) {
+  std::uint32_t logFlags = flags.load();
+  const char16_t* preamble =
+      (hierarchy_ && (logFlags & ZYR_LOGGER_PUBLIC)) ? hierarchy_->preamble.Text() : nullptr;
+  ZyrLogEventSource source{name_.Text(), severity,     format,   fileName,  line,
+                           buildNr,      svnRev,       revisionText, product, logFlags,
+                           scrambleMode, arguments,    preamble};
+  ZyrLogEvent event;
+  ZyrResult r = ZyrLogComposeEvent(event, source);
+  if (ZyrFailed(r)) return r;
+  if (!hierarchy_) return ZYR_E_NOT_INITIALIZED;
+  return hierarchy_->Dispatch(this, event);
+}
+
+ZyrResult ZyrLoggerNode::Append(ZyrLogEvent& event) {
+  ZyrResult failure = ZYR_OK;
+  {
+    ZyrBasLockGuard guard(lock_);
+    for (ZyrLogAppender* appender : appenders_) {
+      ZyrResult r = appender->DoAppend(event);
+      // The first failure is kept, marked as a warning; the others still
+      // get the event.
+      if (ZyrFailed(r) && ZyrSucceeded(failure)) failure = ZyrResultAsWarning(r);
+    }
+  }
+  if (ZyrFailed(failure)) return failure;  // the ancestors do not see this event
+  if (!IsAdditive()) return ZYR_OK;
+  ZyrLoggerNode* parent = Parent();
+  if (!parent) return ZYR_OK;
+  ZyrResult r = parent->Append(event);  // no logger lock held here
+  return ZyrFailed(r) ? r : ZYR_OK;
+}
+
+ZyrResult ZyrLoggerNode::CloseAppenders() {
+  ZyrBasLockGuard guard(lock_);
+  for (ZyrLogAppender* appender : appenders_) {
+    ZyrBasLockGuard appenderGuard(appender->Lock());
+    ZyrResult r = appender->Release();
+    if (ZyrFailed(r)) return r;
+  }
+  return ZYR_OK;
+}
+
+ZyrResult ZyrLoggerNode::Configure(ZyrCfgSection& section) {
+  ZyrLoggerNode* parent = Parent();
+  bool additive = parent != nullptr;
+  ZyrCfgValueRef value;
+  ZyrResult r = section.FindValue(u"Additive", &value);
+  if (ZyrSucceeded(r)) {
+    // Exact comparison: "False" counts as true.
+    const ZyrBasString& t = value->text;
+    additive = !(t.Equals(u"false") || t.Equals(u"no") || t.Equals(u"0"));
+  } else if (r != ZYR_E_CFG_NOT_FOUND) {
+    return r;
+  }
+  SetAdditive(additive);
+  ZyrLogSeverity severity = ZYR_SEVERITY_INFO;
+  if (additive && parent) {
+    severity = parent->ReadThreshold();  // an additive logger follows its parent
+  } else {
+    r = section.FindValue(u"Severity", &value);
+    if (ZyrSucceeded(r)) severity = ZyrLogSeverityFromName(value->text.Text(), ZYR_SEVERITY_INFO);
+    else if (r != ZYR_E_CFG_NOT_FOUND) return r;
+  }
+  SetThreshold(severity);
+  return ZYR_OK;
+}
+
+ZyrResult ZyrLoggerNode::Save(ZyrCfgSection& section) {
+  ZyrResult r = section.SetName(name_.Text(), name_.Length());
+  auto add = [&section](const char16_t* key, const char16_t* text) -> ZyrResult {
+    if (section.HasValue(key)) return ZYR_E_VALUE_EXISTS;
+    ZyrCfgValueRef value;
+    ZyrResult result = ZyrCfgValueRef::Make(&value);
+    if (ZyrSucceeded(result)) result = value->Set(key, text, nullptr, nullptr);
+    if (ZyrSucceeded(result)) result = section.AddValue(value);
+    return result;
+  };
+  if (ZyrSucceeded(r)) r = add(u"Type", u"Logger");
+  if (ZyrSucceeded(r) && !IsAdditive()) {
+    r = add(u"Additive", u"false");
+    if (ZyrSucceeded(r)) r = add(u"Severity", ZyrLogSeverityName(ReadThreshold()));
+  }
+  if (ZyrSucceeded(r) && !appenders_.Empty()) {
+    ZyrBasString names;
+    for (std::size_t i = 0; i < appenders_.Count() && ZyrSucceeded(r); ++i) {
+      if (i) r = names.Append(u',');
+      if (ZyrSucceeded(r)) r = names.Append(appenders_[i]->Name());
+    }
+    if (ZyrSucceeded(r)) r = add(u"AddAppenders", names.Text());
+  }
+  return r;
+}

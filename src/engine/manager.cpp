@@ -1,0 +1,202 @@
+#include "engine/manager.h"
+
+#include "base/memory.h"
+#include "config/builder.h"
+#include "config/reader.h"
+#include "engine/dispatcher.h"
+
+namespace {
+ZyrBasLazyHolder g_managerHolder;
+std::atomic<std::uint64_t> g_created{0};
+std::atomic<std::uint64_t> g_destroyed{0};
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// Hierarchy: the engine entry of every event.
+
+ZyrResult ZyrLogHierarchy::Dispatch(ZyrLoggerNode* logger, ZyrLogEvent& event) {
+  return dispatcher->Dispatch(logger, event);
+}
+
+// Compression of rolled files comes with the log file housekeeping.
+ZyrResult ZyrLogHierarchy::ReportRolledFile(const char16_t*) { return ZYR_E_NOT_IMPLEMENTED; }
+
+ZyrResult ZyrLogHierarchy::WatchFolder(const char16_t* folder) {
+  return dispatcher->WatchFolder(folder);
+}
+
+// ---------------------------------------------------------------------------
+// Life cycle
+
+ZyrResult ZyrLogManager::Acquire(ZyrLogManager** manager) {
+  void* object = nullptr;
+  ZyrResult r = g_managerHolder.Acquire(&ZyrLogManager::Start, &ZyrLogManager::DestroyObject, &object);
+  if (ZyrSucceeded(r)) *manager = static_cast<ZyrLogManager*>(object);
+  return r;
+}
+
+void ZyrLogManager::Release() { g_managerHolder.Release(this, &ZyrLogManager::DestroyObject); }
+
+void ZyrLogManager::DestroyObject(void* object) { static_cast<ZyrLogManager*>(object)->Destroy(1); }
+
+void ZyrLogManager::Destroy(std::uint32_t flags) {
+  this->~ZyrLogManager();
+  if (flags & 1) ZyrBasFree(this);
+}
+
+ZyrResult ZyrLogManager::Start(void** object) {
+  ZyrLogManager* m = ZyrNew<ZyrLogManager>();
+  if (!m) return ZYR_E_OUT_OF_MEMORY;
+  ZyrResult r = m->lock_.Create();
+  if (ZyrSucceeded(r)) {
+    ZyrLoggerNode* root = ZyrNew<ZyrLoggerNode>();
+    if (!root) r = ZYR_E_OUT_OF_MEMORY;
+    if (ZyrSucceeded(r)) {
+      m->hierarchy_.root = root;
+      r = root->Initialise(u"root", 4, &m->hierarchy_);
+    }
+  }
+  ZyrLoggerNode* notice = nullptr;
+  if (ZyrSucceeded(r)) r = m->hierarchy_.FindOrCreate(&notice, u"ASYNCHANDLER", ZYR_LOGGER_PUBLIC);
+  if (ZyrSucceeded(r)) {
+    // The configuration change check is built with the change monitor.
+    m->hierarchy_.dispatcher = ZyrNew<ZyrLogDispatcher>(nullptr, m, notice);
+    if (!m->hierarchy_.dispatcher) r = ZYR_E_OUT_OF_MEMORY;
+    else r = m->hierarchy_.dispatcher->Init();
+  }
+  if (ZyrSucceeded(r)) {
+    m->hierarchy_.ready = 1;
+    m->started_ = 1;
+    r = m->ApplyDefaults();
+  }
+  if (ZyrFailed(r)) {
+    m->Destroy(1);
+    return r;
+  }
+  g_created.fetch_add(1);
+  *object = m;
+  return ZYR_OK;
+}
+
+ZyrLogManager::~ZyrLogManager() {
+  if (started_) {
+    // The worker must have been stopped; a build that finds it running
+    // stops it here rather than lose what is queued.
+    hierarchy_.dispatcher->Stop();
+    hierarchy_.dispatcher->Drain();
+    ZyrLoggerNode::CloseTree(hierarchy_.root);
+  }
+  if (hierarchy_.root) hierarchy_.root->Destroy(1);
+  hierarchy_.root = nullptr;
+  appenders_.CloseAndDestroyAll();
+  layouts_.DestroyAll();
+  ZyrDelete(hierarchy_.dispatcher);
+  hierarchy_.dispatcher = nullptr;
+  if (started_) g_destroyed.fetch_add(1);
+  lock_.Delete();
+}
+
+ZyrResult ZyrLogManager::ApplyDefaults() {
+  ZyrLogLayout* layout = nullptr;
+  if (layouts_.Find(u"defaultLayout", &layout) == ZYR_E_LAYOUT_NOT_FOUND) {
+    ZyrLogStandardLayoutCreator creator;
+    ZyrResult r = creator.Create(&layout, u"defaultLayout");
+    if (ZyrSucceeded(r)) {
+      r = layouts_.Add(layout);
+      if (ZyrFailed(r)) layout->Destroy(1);
+    }
+    if (ZyrFailed(r)) return r;
+  }
+  return ZYR_OK;
+}
+
+std::uint64_t ZyrLogManager::TestCreatedCount() { return g_created.load(); }
+std::uint64_t ZyrLogManager::TestDestroyedCount() { return g_destroyed.load(); }
+
+// ---------------------------------------------------------------------------
+// Loggers
+
+ZyrResult ZyrLogManager::GetLogger(ZyrLogger** logger, const char16_t* name, std::uint32_t mask) {
+  ZyrBasLockGuard guard(lock_);
+  ZyrLoggerNode* node = nullptr;
+  ZyrResult r = hierarchy_.FindOrCreate(&node, name, mask);
+  if (ZyrSucceeded(r)) *logger = node;
+  return r;
+}
+
+ZyrResult ZyrLogManager::FindLogger(ZyrLogger** logger, const char16_t* name, std::uint32_t mask) {
+  ZyrBasLockGuard guard(lock_);
+  std::size_t length = name ? ZyrBasStrLen(name) : 0;
+  std::size_t position;
+  ZyrLoggerNode* node = ZyrLoggerNode::FindDeepest(hierarchy_.root, name, length, &position);
+  if (ZyrLogIsRootName(name, length) || position == length) {
+    node->AddFlags(mask);
+    *logger = node;
+  }
+  return ZYR_OK;
+}
+
+ZyrResult ZyrLogManager::Flush() {
+  ZyrBasLockGuard guard(lock_);
+  hierarchy_.dispatcher->Drain();
+  ZyrLoggerNode::CloseTree(hierarchy_.root);
+  return ZYR_OK;
+}
+
+// ---------------------------------------------------------------------------
+// Configuration and dispatcher operations: built with the configuration
+// reader, the builder and the dispatcher.
+
+// Root first, then depth first over the children in key order; each logger
+// remembers that this pass holds its lock, so that a logger made during the
+// pass (unlocked) is passed by on the way back.
+void ZyrLogManager::LockTree(ZyrLoggerNode* logger) {
+  logger->Lock().Enter();
+  logger->SetTreeLocked(true);
+  for (auto& child : logger->Children()) LockTree(child.value);
+}
+
+void ZyrLogManager::UnlockTree(ZyrLoggerNode* logger) {
+  for (auto& child : logger->Children()) UnlockTree(child.value);
+  if (logger->TreeLocked()) {
+    logger->SetTreeLocked(false);
+    logger->Lock().Leave();
+  }
+}
+
+ZyrResult ZyrLogManager::ApplyDocument(const ZyrCfgDocument& document, const ZyrBasString& logFolder) {
+  ZyrBasLockGuard guard(lock_);
+  LockTree(hierarchy_.root);
+  // No rollback: what was built before a failure stays in effect.
+  ZyrResult r = ZyrCfgBuild(*this, document_, document, logFolder);
+  UnlockTree(hierarchy_.root);
+  return r;
+}
+
+ZyrResult ZyrLogManager::LoadConfigReader(ZyrTextStream& reader, const ZyrBasString& logFolder) {
+  ZyrCfgDocument document;
+  ZyrResult r = document.Load(reader);
+  if (ZyrFailed(r)) return r;
+  return ApplyDocument(document, logFolder);
+}
+
+ZyrResult ZyrLogManager::ResetConfig() {
+  ZyrBasLockGuard guard(lock_);
+  hierarchy_.dispatcher->Drain();
+  ZyrLoggerNode::CloseTree(hierarchy_.root);
+  ZyrLoggerNode::ResetTree(hierarchy_.root);
+  document_.sections.Clear();
+  appenders_.CloseAndDestroyAll();
+  layouts_.DestroyAll();
+  return ApplyDefaults();
+}
+
+// Files, saving and re-reading come with the file layer.
+ZyrResult ZyrLogManager::LoadConfigFile(const char16_t*, const ZyrBasString&, const ZyrBasString&) {
+  return ZYR_E_NOT_IMPLEMENTED;
+}
+ZyrResult ZyrLogManager::SaveConfigFile(const char16_t*, bool) { return ZYR_E_NOT_IMPLEMENTED; }
+ZyrResult ZyrLogManager::GetConfigText(ZyrBasString&) { return ZYR_E_NOT_IMPLEMENTED; }
+ZyrResult ZyrLogManager::ReloadConfig() { return ZYR_E_NOT_IMPLEMENTED; }
+ZyrResult ZyrLogManager::StartDispatcher() { return hierarchy_.dispatcher->Start(); }
+void ZyrLogManager::StopDispatcher() { hierarchy_.dispatcher->Stop(); }

@@ -1,0 +1,103 @@
+// ZyrLogManager: the one engine of a process. It owns the logger tree (via
+// its hierarchy), the dispatcher, the appenders, the layouts and the active
+// configuration. It is made when the first channel binds and destroyed when
+// the last reference goes, through the lock-free ZyrBasLazyHolder.
+#ifndef ZYR_ENGINE_MANAGER_H
+#define ZYR_ENGINE_MANAGER_H
+
+#include <atomic>
+#include <cstdint>
+
+#include "appender/appender.h"
+#include "base/array.h"
+#include "base/lazy_holder.h"
+#include "base/lock.h"
+#include "base/string.h"
+#include "config/document.h"
+#include "engine/logger.h"
+#include "layout/layout.h"
+#include "zyrlog/zyrlog.h"
+
+struct ZyrLogEvent;
+class ZyrLogDispatcher;
+class ZyrTextStream;
+
+// The part of the manager that loggers know.
+class ZyrLogHierarchy {
+ public:
+  virtual ZyrResult Dispatch(ZyrLoggerNode* logger, ZyrLogEvent& event);
+  virtual ZyrResult ReportRolledFile(const char16_t* path);
+  virtual ZyrResult WatchFolder(const char16_t* folder);
+  virtual ~ZyrLogHierarchy() = default;
+
+  // Finds or creates the logger `name` with its missing ancestors and adds
+  // `mask` to its flags (only to the logger asked for).
+  ZyrResult FindOrCreate(ZyrLoggerNode** logger, const char16_t* name, std::uint32_t mask);
+
+  ZyrLoggerNode* root = nullptr;  // owning
+  std::uint8_t ready = 0;
+  ZyrLogDispatcher* dispatcher = nullptr;  // owning
+  ZyrBasString preamble;  // always empty: the source of an event's Preamble
+};
+
+class ZyrLogManager {
+ public:
+  // AcquireManager: a counted reference, making the manager if none lives.
+  static ZyrResult Acquire(ZyrLogManager** manager);
+  // Gives one reference back; the last one destroys the manager.
+  virtual void Release();
+  virtual void Destroy(std::uint32_t flags);
+
+  ZyrResult GetLogger(ZyrLogger** logger, const char16_t* name, std::uint32_t mask);
+  ZyrResult FindLogger(ZyrLogger** logger, const char16_t* name, std::uint32_t mask);
+  ZyrResult Flush();
+
+  // Configuration operations.
+  // Merges and builds a document under the manager's lock and the tree lock
+  // (every logger's lock), so that no message reaches an appender while
+  // objects change.
+  ZyrResult ApplyDocument(const ZyrCfgDocument& document, const ZyrBasString& logFolder);
+  ZyrResult LoadConfigFile(const char16_t* fileName, const ZyrBasString& configFolder,
+                           const ZyrBasString& logFolder);
+  ZyrResult LoadConfigReader(ZyrTextStream& reader, const ZyrBasString& logFolder);
+  ZyrResult SaveConfigFile(const char16_t* path, bool protect);
+  ZyrResult GetConfigText(ZyrBasString& text);
+  ZyrResult ResetConfig();
+  ZyrResult ReloadConfig();
+
+  // The worker of the dispatcher.
+  ZyrResult StartDispatcher();
+  void StopDispatcher();
+
+  ZyrLogHierarchy& Hierarchy() { return hierarchy_; }
+  ZyrBasCriticalSection& Lock() { return lock_; }
+  ZyrLogAppenderRegistry& Appenders() { return appenders_; }
+  ZyrLogLayoutList& Layouts() { return layouts_; }
+
+  // Counts of managers made and destroyed in this process, for tests that
+  // follow the manager's life from outside.
+  static std::uint64_t TestCreatedCount();
+  static std::uint64_t TestDestroyedCount();
+
+  // Made only by Start, through the holder; ended only by Destroy.
+  ZyrLogManager() = default;
+
+ private:
+  ~ZyrLogManager();
+  static ZyrResult Start(void** object);
+  // The layout "defaultLayout"; the built-in configuration comes with files.
+  ZyrResult ApplyDefaults();
+  void LockTree(ZyrLoggerNode* logger);
+  void UnlockTree(ZyrLoggerNode* logger);
+  static void DestroyObject(void* object);
+
+  ZyrBasCriticalSection lock_;
+  ZyrLogHierarchy hierarchy_;
+  ZyrLogAppenderRegistry appenders_;
+  ZyrLogLayoutList layouts_;
+  ZyrCfgDocument document_;  // the merged active configuration
+  std::uint8_t started_ = 0;
+  std::uint8_t privateConfigLoaded_ = 0;
+};
+
+#endif

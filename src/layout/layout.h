@@ -1,0 +1,75 @@
+// ZyrLogLayout: how an event becomes the text of one line, with an optional
+// header and footer for a log file. Layouts belong to the manager; an
+// appender points to one, and one layout may serve many appenders.
+#ifndef ZYR_LAYOUT_LAYOUT_H
+#define ZYR_LAYOUT_LAYOUT_H
+
+#include <cstdint>
+
+#include "base/array.h"
+#include "base/string.h"
+#include "zyrlog/result.h"
+
+struct ZyrLogEvent;
+class ZyrCfgSection;
+
+class ZyrLogLayout {
+ public:
+  // Replaces `text` by the line for the event.
+  virtual ZyrResult FormatEvent(ZyrBasString& text, const ZyrLogEvent& event) = 0;
+  virtual ZyrResult Configure(ZyrCfgSection& section) = 0;
+  // Fills an empty section with what would configure this layout again.
+  virtual ZyrResult Save(ZyrCfgSection& section) = 0;
+  virtual void Destroy(std::uint32_t flags) = 0;
+  // The base offers no header and no footer: the text stays untouched.
+  virtual ZyrResult GetHeader(ZyrBasString& text);
+  virtual ZyrResult GetFooter(ZyrBasString& text);
+
+  const ZyrBasString& Name() const { return name_; }
+  ZyrResult SetName(const char16_t* name) { return name_.Assign(name); }
+
+ protected:
+  ZyrLogLayout() = default;
+  virtual ~ZyrLogLayout() = default;
+
+ private:
+  ZyrBasString name_;  // the section that made it; lookup ignores ASCII case
+};
+
+// The Standard line, with no state of its own.
+class ZyrLogStandardLayout final : public ZyrLogLayout {
+ public:
+  ZyrResult FormatEvent(ZyrBasString& text, const ZyrLogEvent& event) override;
+  ZyrResult Configure(ZyrCfgSection& section) override;
+  ZyrResult Save(ZyrCfgSection& section) override;
+  void Destroy(std::uint32_t flags) override;
+};
+
+// Factories made on the stack at the moment of need.
+class ZyrLogLayoutCreator {
+ public:
+  virtual ~ZyrLogLayoutCreator() = default;
+  virtual ZyrResult Create(ZyrLogLayout** layout, const char16_t* name) = 0;
+};
+
+class ZyrLogStandardLayoutCreator final : public ZyrLogLayoutCreator {
+ public:
+  ZyrResult Create(ZyrLogLayout** layout, const char16_t* name) override;
+};
+
+// The manager's layouts, in order of creation; owns them.
+class ZyrLogLayoutList {
+ public:
+  ~ZyrLogLayoutList() { DestroyAll(); }
+  // By name, ignoring ASCII case. A null name: ZYR_E_LAYOUT_NAME_MISSING.
+  ZyrResult Find(const char16_t* name, ZyrLogLayout** layout);
+  ZyrResult Add(ZyrLogLayout* layout) { return layouts_.Append(layout); }
+  void DestroyAll();
+  std::size_t Count() const { return layouts_.Count(); }
+  ZyrLogLayout* At(std::size_t i) { return layouts_[i]; }
+
+ private:
+  ZyrBasArray<ZyrLogLayout*> layouts_;
+};
+
+#endif

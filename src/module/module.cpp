@@ -1,0 +1,170 @@
+#include "module/module.h"
+
+#include <atomic>
+#include <new>
+#include <cstdint>
+
+#include "base/array.h"
+#include "base/lock.h"
+#include "base/startup.h"
+#include "client/log_object.h"
+#include "zyrlog/zyrlog.h"
+
+namespace {
+
+// ---------------------------------------------------------------------------
+// Module state: lives for the whole time that the file is loaded. All of it
+// is zero-initialised static storage, so it works before any constructor.
+
+struct ModuleHooks {
+  ZyrResult (*onFirstAttach)();
+  ZyrResult (*onFirstInit)();
+  ZyrResult (*onLastFinish)();
+  void (*onLastDetach)();
+};
+
+ZyrBasSpinLock g_moduleLock;  // guards the two counters only
+std::uint64_t g_attachCount;
+std::uint64_t g_initCount;
+std::atomic<std::uint8_t> g_moduleFinished{0};
+std::uint32_t g_attachFlags;
+
+// The registry. Both live in raw static storage, built at attach and torn
+// down by the exit table, so that no runtime destructor of a static object
+// can run ahead of the module's own detach.
+alignas(ZyrBasCriticalSection) unsigned char g_registryLockStorage[sizeof(ZyrBasCriticalSection)];
+alignas(ZyrBasArray<ZyrLogObject*>) unsigned char g_instanceStorage[sizeof(ZyrBasArray<ZyrLogObject*>)];
+ZyrBasCriticalSection& g_registryLock = *reinterpret_cast<ZyrBasCriticalSection*>(g_registryLockStorage);
+ZyrBasArray<ZyrLogObject*>* g_instances;
+
+// Exit functions, run last pushed first at process detach.
+typedef void (*ExitFunction)();
+ExitFunction g_exitTable[32];
+int g_exitCount;
+
+bool PushExit(ExitFunction f) {
+  if (g_exitCount >= 32) return false;
+  g_exitTable[g_exitCount++] = f;
+  return true;
+}
+
+ZyrResult CreateRegistryLock() {
+  if (g_registryLock.Exists()) return ZYR_OK;
+  return g_registryLock.Create();
+}
+
+ZyrResult OnFirstAttach() { return CreateRegistryLock(); }
+ZyrResult OnFirstInit() { return CreateRegistryLock(); }
+
+// Destroys every object a client forgot. The destructor of each removes it
+// from the list under the registry lock, so the list is re-read each time.
+void OnLastDetach() {
+  for (;;) {
+    ZyrLogObject* last = nullptr;
+    {
+      ZyrBasLockGuard guard(g_registryLock);
+      if (g_instances->Empty()) break;
+      last = g_instances->Last();
+    }
+    last->Destroy(1);
+  }
+  g_moduleFinished.store(1);
+}
+
+const ModuleHooks kHooks = {&OnFirstAttach, &OnFirstInit, nullptr, &OnLastDetach};
+
+void DeleteRegistryLock() { g_registryLock.Delete(); }
+void FreeInstanceList() { g_instances->Free(); }
+void StopBaseOnce() { ZyrBasShutdown(); }
+
+// Process attach: the static initialisers first, then the base once more,
+// the per-thread record of this thread, and the attach count.
+__attribute__((constructor)) void ZyrModuleAttach() {
+  new (g_registryLockStorage) ZyrBasCriticalSection();
+  g_instances = new (g_instanceStorage) ZyrBasArray<ZyrLogObject*>();
+  if (!PushExit(&DeleteRegistryLock)) return;
+  if (!PushExit(&FreeInstanceList)) return;
+  if (ZyrFailed(ZyrBasStartup()) || !PushExit(&StopBaseOnce)) return;
+  if (ZyrFailed(ZyrBasStartup())) return;
+  if (ZyrFailed(ZyrBasThreadAttach())) {
+    ZyrBasShutdown();
+    return;
+  }
+  {
+    ZyrBasSpinGuard guard(g_moduleLock);
+    if (kHooks.onFirstAttach && g_attachCount == 0) (void)kHooks.onFirstAttach();
+    ++g_attachCount;
+  }
+  g_attachFlags |= 1;
+}
+
+__attribute__((destructor)) void ZyrModuleDetach() {
+  if (!(g_attachFlags & 1)) return;
+  bool last = false;
+  {
+    ZyrBasSpinGuard guard(g_moduleLock);
+    last = --g_attachCount == 0;
+  }
+  // The hook runs outside the spin lock: it takes the registry lock, and the
+  // spin lock is never taken while that one is held.
+  if (last && kHooks.onLastDetach) kHooks.onLastDetach();
+  ZyrBasShutdown();
+  while (g_exitCount > 0) g_exitTable[--g_exitCount]();
+  g_attachFlags &= ~1u;
+}
+
+}  // namespace
+
+bool ZyrModuleFinished() { return g_moduleFinished.load() != 0; }
+
+ZyrResult ZyrModuleListObject(ZyrLogObject* object) {
+  ZyrBasLockGuard guard(g_registryLock);
+  // 33 entries while fewer than 32 are needed, then needed plus half.
+  return g_instances->Append(object);
+}
+
+void ZyrModuleUnlistObject(ZyrLogObject* object) {
+  if (!g_registryLock.Exists()) return;
+  ZyrBasLockGuard guard(g_registryLock);
+  for (std::size_t i = 0; i < g_instances->Count(); ++i)
+    if ((*g_instances)[i] == object) {
+      g_instances->RemoveAt(i);
+      return;
+    }
+}
+
+void ZyrModuleForEachObject(void (*visit)(ZyrLogObject*, void*), void* context) {
+  ZyrBasLockGuard guard(g_registryLock);
+  for (std::size_t i = 0; i < g_instances->Count(); ++i) visit((*g_instances)[i], context);
+}
+
+std::size_t ZyrModuleObjectCount() {
+  ZyrBasLockGuard guard(g_registryLock);
+  return g_instances->Count();
+}
+
+std::size_t ZyrModuleObjectCapacity() {
+  ZyrBasLockGuard guard(g_registryLock);
+  return g_instances->Capacity();
+}
+
+// ---------------------------------------------------------------------------
+// Exports that manage the module's life.
+
+ZYR_EXPORT ZyrResult ZyrModuleInit() {
+  ZyrBasSpinGuard guard(g_moduleLock);
+  if (kHooks.onFirstInit && g_initCount == 0) {
+    ZyrResult r = kHooks.onFirstInit();
+    if (ZyrFailed(r)) return r;
+  }
+  ++g_initCount;
+  return ZYR_OK;
+}
+
+ZYR_EXPORT ZyrResult ZyrModuleFinish() {
+  ZyrBasSpinGuard guard(g_moduleLock);
+  if (g_initCount == 0) return ZYR_OK;  // unbalanced: a caller error, not reported
+  --g_initCount;
+  if (kHooks.onLastFinish && g_initCount == 0) return kHooks.onLastFinish();
+  return ZYR_OK;
+}

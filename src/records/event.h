@@ -1,0 +1,71 @@
+// ZyrLogEvent: one message on its way from a logger to the appenders. It is
+// composed on the caller's stack, owns its five strings, and travels into
+// the dispatcher's queue by move, never by copy of its strings.
+#ifndef ZYR_RECORDS_EVENT_H
+#define ZYR_RECORDS_EVENT_H
+
+#include <cstdint>
+
+#include "base/string.h"
+#include "zyrlog/zyrlog.h"
+
+struct ZyrLogEvent {
+  ZyrBasString LoggerName;
+  ZyrLogSeverity Severity = 0;
+  ZyrBasString Message;
+  std::uint64_t Timestamp = 0;  // NT time: UTC, 100 ns since 1601-01-01
+  ZyrBasString FileName;
+  std::uint32_t Line = 0;
+  std::uint32_t BuildNr = 0;
+  std::uint32_t SvnRev = 0;  // 0xffffffff when the revision came as text
+  std::uint32_t Product = 0;
+  std::uint32_t ThreadId = 0;
+  std::uint32_t ProcessId = 0;
+  std::uint32_t LogFlags = 0;
+  std::uint32_t ScrambleMode = 0;
+  ZyrBasString Preamble;
+  ZyrBasString RevisionText;
+
+  ZyrLogEvent() = default;
+  ZyrLogEvent(ZyrLogEvent&& other) noexcept { Swap(other); }
+  ZyrLogEvent& operator=(ZyrLogEvent&& other) noexcept {
+    Swap(other);
+    return *this;
+  }
+  ZyrLogEvent(const ZyrLogEvent&) = delete;
+  ZyrLogEvent& operator=(const ZyrLogEvent&) = delete;
+
+  // Exchanges all fields.
+  void Swap(ZyrLogEvent& other) noexcept;
+  // Deep copy, for the rare case that needs one.
+  ZyrResult CopyFrom(const ZyrLogEvent& other);
+};
+
+// Everything a log operation hands to Compose.
+struct ZyrLogEventSource {
+  const char16_t* loggerName;
+  ZyrLogSeverity severity;
+  const char16_t* format;        // may be null
+  const char16_t* fileName;      // may be null
+  std::uint32_t line;
+  std::uint32_t buildNr;
+  std::uint32_t svnRev;
+  const char16_t* revisionText;  // null for the numeric form
+  std::uint32_t product;
+  std::uint32_t logFlags;
+  std::uint32_t scrambleMode;
+  const std::uint64_t* arguments;  // typed list or format arguments, or null
+  const char16_t* preamble;      // may be null
+};
+
+// Fills a fresh event: message text, time, thread and process, the scalar
+// fields and the strings. A failure leaves the event without a usable
+// message and is the result.
+ZyrResult ZyrLogComposeEvent(ZyrLogEvent& event, const ZyrLogEventSource& source);
+
+// Walks a typed argument list into text: 'PREFIX:value' items separated by
+// ", ", string values escaped. A piece that does not fit in memory is left
+// out; only the double's formatter ends the walk with a failure.
+ZyrResult ZyrLogWalkTypedList(ZyrBasString& text, const std::uint64_t* arguments);
+
+#endif

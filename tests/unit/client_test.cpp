@@ -1,0 +1,193 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+#include <thread>
+
+#include "client/log_object.h"
+#include "engine/manager.h"
+#include "module/module.h"
+#include "test_support.h"
+#include "zyrlog/zyrlog.h"
+
+namespace {
+
+class ClientTest : public ::testing::Test {
+ protected:
+  void SetUp() override { dir_ = zyrtest::UsePrivateLocalAppData("client"); }
+  void TearDown() override { zyrtest::RemoveTree(dir_); }
+
+  IZyrLog* NewLog() {
+    IZyrLog* log = nullptr;
+    EXPECT_EQ(ZyrGetLogObject(&IID_IZyrLog, &log), ZYR_OK);
+    return log;
+  }
+  std::string dir_;
+};
+
+std::u16string ConfigFolder(IZyrLog* log, bool priv = false) {
+  char16_t buffer[512];
+  std::uint64_t needed = 0;
+  ZyrResult r = priv ? log->GetPrivateConfigFolder(buffer, 511, &needed)
+                     : log->GetConfigFolder(buffer, 511, &needed);
+  EXPECT_EQ(r, ZYR_OK);
+  return std::u16string(buffer);
+}
+
+}  // namespace
+
+TEST_F(ClientTest, ReservedOperationsAnswerNotSupported) {
+  IZyrLog* log = NewLog();
+  EXPECT_EQ(log->Reserved11(), ZYR_E_NOT_SUPPORTED);
+  EXPECT_EQ(log->Reserved23(), ZYR_E_NOT_SUPPORTED);
+  EXPECT_EQ(log->Reserved33(), ZYR_E_NOT_SUPPORTED);
+  EXPECT_EQ(log->Reserved34(), ZYR_E_NOT_SUPPORTED);
+  EXPECT_EQ(log->IsSupported(), 1);
+  EXPECT_EQ(log->IsConfigured(), 0);
+  ZyrReleaseLogObject(&IID_IZyrLog, log);
+}
+
+TEST_F(ClientTest, RegistryKeepsOrderAndForgetsReleasedObjects) {
+  std::size_t before = ZyrModuleObjectCount();
+  IZyrLog* a = NewLog();
+  IZyrLog* b = NewLog();
+  IZyrLog* c = NewLog();
+  EXPECT_EQ(ZyrModuleObjectCount(), before + 3);
+  ZyrReleaseLogObject(&IID_IZyrLog, b);
+  EXPECT_EQ(ZyrModuleObjectCount(), before + 2);
+  struct Seen {
+    ZyrLogObject* items[8];
+    int n = 0;
+  } seen;
+  ZyrModuleForEachObject([](ZyrLogObject* o, void* ctx) {
+    auto* s = static_cast<Seen*>(ctx);
+    if (s->n < 8) s->items[s->n++] = o;
+  }, &seen);
+  ASSERT_GE(seen.n, 2);
+  EXPECT_EQ(seen.items[seen.n - 2], ZyrLogObject::FromLog(a));
+  EXPECT_EQ(seen.items[seen.n - 1], ZyrLogObject::FromLog(c));
+  ZyrReleaseLogObject(&IID_IZyrLog, a);
+  ZyrReleaseLogObject(&IID_IZyrLog, c);
+  EXPECT_EQ(ZyrModuleObjectCount(), before);
+}
+
+TEST_F(ClientTest, ConfigFolderCopyOutHonoursTheBufferTriple) {
+  IZyrLog* log = NewLog();
+  ASSERT_EQ(log->SetConfigFolder(u"/srv/cfg", nullptr, 0), ZYR_OK);
+  char16_t buffer[16];
+  std::uint64_t needed = 0;
+  EXPECT_EQ(log->GetConfigFolder(buffer, 8, &needed), ZYR_OK);  // capacity equals the length
+  EXPECT_EQ(needed, 9u);
+  EXPECT_EQ(std::u16string(buffer), u"/srv/cfg");
+  buffer[0] = u'#';
+  EXPECT_EQ(log->GetConfigFolder(buffer, 7, &needed), ZYR_E_BUFFER_TOO_SMALL);
+  EXPECT_EQ(needed, 9u);
+  EXPECT_EQ(buffer[0], u'#');
+  EXPECT_EQ(ConfigFolder(log, true), u"");
+  ZyrReleaseLogObject(&IID_IZyrLog, log);
+}
+
+TEST_F(ClientTest, FirstLogFolderWinsAndDefaultIsCreated) {
+  IZyrLog* log = NewLog();
+  std::string first = dir_ + "/first";
+  std::string second = dir_ + "/second";
+  ASSERT_EQ(log->SetFolders(u"cfg1", zyrtest::U16(first).c_str(), 0), ZYR_OK);
+  ASSERT_EQ(log->SetFolders(u"cfg2", zyrtest::U16(second).c_str(), 0), ZYR_OK);
+  EXPECT_EQ(ConfigFolder(log), u"cfg2");
+  ZyrLogChannel* channel = nullptr;
+  (void)channel;
+
+  // A null configuration folder on a fresh channel leaves it empty and
+  // gives the channel the default log folder, which now exists.
+  ASSERT_EQ(log->SetPrivateConfigFolder(nullptr, nullptr, 0), ZYR_OK);
+  EXPECT_EQ(ConfigFolder(log, true), u"");
+  EXPECT_EQ(log->IsPrivateConfigured(), 1);
+  struct stat st;
+  EXPECT_EQ(stat((dir_ + "/Zyr/OPH2015/log").c_str(), &st), 0);
+  EXPECT_TRUE(S_ISDIR(st.st_mode));
+  ZyrReleaseLogObject(&IID_IZyrLog, log);
+}
+
+TEST_F(ClientTest, LoggerMasksFromBothChannels) {
+  IZyrLog* log = NewLog();
+  ZyrLogger* pub = nullptr;
+  ZyrLogger* again = nullptr;
+  ZyrLogger* priv = nullptr;
+  ASSERT_EQ(log->GetLogger(&pub, u"svc.net"), ZYR_OK);
+  ASSERT_EQ(log->GetLogger(&again, u"svc.net"), ZYR_OK);
+  EXPECT_EQ(pub, again);
+  ASSERT_EQ(log->GetPrivateLogger(&priv, u"svc.net"), ZYR_OK);
+  EXPECT_EQ(priv, pub);
+  EXPECT_EQ(pub->flags.load(), 0x1Bu);
+
+  // FindLogger of a path that does not exist whole creates nothing and
+  // leaves the caller's pointer alone.
+  ZyrLogger* found = reinterpret_cast<ZyrLogger*>(0x1);
+  ASSERT_EQ(log->FindLogger(&found, u"svc.disk"), ZYR_OK);
+  EXPECT_EQ(found, reinterpret_cast<ZyrLogger*>(0x1));
+  ZyrLogger* svc = nullptr;
+  ASSERT_EQ(log->FindLogger(&svc, u"svc"), ZYR_OK);
+  // "svc" was made on the way to "svc.net" without a mask, and only the
+  // lookup that found it by name added one.
+  EXPECT_EQ(svc->flags.load(), 0x19u);
+
+  ZyrLogger* root = nullptr;
+  ASSERT_EQ(log->GetLogger(&root, u"ROOT"), ZYR_OK);
+  EXPECT_EQ(std::u16string(root->GetName()), u"root");
+  ZyrLogger* under = nullptr;
+  ASSERT_EQ(log->GetLogger(&under, u"ROOT.x"), ZYR_OK);
+  EXPECT_EQ(std::u16string(under->GetName()), u"ROOT.x");
+  EXPECT_EQ(log->GetLogger(&under, u"bad name"), ZYR_E_BAD_LOGGER_NAME);
+  ZyrReleaseLogObject(&IID_IZyrLog, log);
+}
+
+TEST_F(ClientTest, ObjectInterfacesShareOneCount) {
+  void* raw = nullptr;
+  ASSERT_EQ(GetZyrObject(&IID_IZyrObject, &raw), ZYR_OK);
+  auto* object = static_cast<IZyrObject*>(raw);
+  IZyrLogAccess* access = object->GetLogAccess();
+  EXPECT_EQ(access->AddRef(), 3);
+  EXPECT_EQ(access->Release(), 2);
+  IZyrObject::GuardedRelease release = object->GetGuardedRelease();
+  EXPECT_EQ(release(object), 1);
+  EXPECT_EQ(object->Release(), 0);
+  void* none = nullptr;
+  EXPECT_EQ(GetZyrObject(&IID_IZyrLog, &none), ZYR_E_NOT_SUPPORTED);
+  EXPECT_EQ(none, nullptr);
+}
+
+TEST_F(ClientTest, ManagerLivesWhileAnyObjectDoes) {
+  std::uint64_t created = ZyrLogManager::TestCreatedCount();
+  std::uint64_t destroyed = ZyrLogManager::TestDestroyedCount();
+  IZyrLog* a = NewLog();
+  IZyrLog* b = NewLog();
+  EXPECT_EQ(ZyrLogManager::TestCreatedCount(), created + 1);
+  ZyrReleaseLogObject(&IID_IZyrLog, a);
+  EXPECT_EQ(ZyrLogManager::TestDestroyedCount(), destroyed);
+  ZyrReleaseLogObject(&IID_IZyrLog, b);
+  EXPECT_EQ(ZyrLogManager::TestDestroyedCount(), destroyed + 1);
+  IZyrLog* c = NewLog();
+  EXPECT_EQ(ZyrLogManager::TestCreatedCount(), created + 2);
+  ZyrReleaseLogObject(&IID_IZyrLog, c);
+}
+
+TEST_F(ClientTest, ModuleInitAndFinishAreCounted) {
+  EXPECT_EQ(ZyrModuleInit(), ZYR_OK);
+  EXPECT_EQ(ZyrModuleInit(), ZYR_OK);
+  EXPECT_EQ(ZyrModuleFinish(), ZYR_OK);
+  EXPECT_EQ(ZyrModuleFinish(), ZYR_OK);
+  // Balanced to zero: objects still come and go.
+  IZyrLog* log = NewLog();
+  ASSERT_NE(log, nullptr);
+  ZyrReleaseLogObject(&IID_IZyrLog, log);
+}
+
+TEST_F(ClientTest, LoggerFieldsStandBehindTheTable) {
+  IZyrLog* log = NewLog();
+  ZyrLogger* logger = nullptr;
+  ASSERT_EQ(log->GetLogger(&logger, u"layout"), ZYR_OK);
+  auto* base = reinterpret_cast<char*>(logger);
+  EXPECT_EQ(reinterpret_cast<char*>(&logger->threshold) - base, 8);
+  EXPECT_EQ(reinterpret_cast<char*>(&logger->flags) - base, 12);
+  ZyrReleaseLogObject(&IID_IZyrLog, log);
+}
