@@ -12,8 +12,12 @@
 // ---------------------------------------------------------------------------
 // Streams
 
-ZyrResult ZyrBasStream::Serialize(ZyrBasStream&, void*, std::uint32_t) { return ZYR_E_NOT_IMPLEMENTED; }
-ZyrResult ZyrBasStream::Deserialize(ZyrBasStream&, void*, std::uint32_t) { return ZYR_E_NOT_IMPLEMENTED; }
+ZyrResult ZyrBasStream::Serialize(ZyrBasStream&, ZyrBasHandleExporter&, std::uint32_t) {
+  return ZYR_E_NOT_IMPLEMENTED;
+}
+ZyrResult ZyrBasStream::Deserialize(ZyrBasStream&, ZyrBasHandleImporter&, std::uint32_t) {
+  return ZYR_E_NOT_IMPLEMENTED;
+}
 
 ZyrResult ZyrBasRandomStream::Read(void* buffer, std::size_t count, std::size_t* done, std::uint32_t flags) {
   std::size_t moved = 0;
@@ -247,6 +251,98 @@ ZyrResult ZyrBasFile::Open(const char16_t* path, std::uint32_t mode, std::uint32
   stable_ = !(access & ZYR_FILE_WRITE) && !(options & ZYR_FILE_DELETE_ON_CLOSE) &&
             !(share & ZYR_FILE_SHARE_WRITE);
   sizeKnown_ = false;
+  position_ = 0;
+  return ZYR_OK;
+}
+
+namespace {
+
+constexpr std::uint16_t kSerialVersion = 4;
+
+ZyrResult PutBytes(ZyrBasStream& s, const void* p, std::size_t n) {
+  std::size_t done = 0;
+  ZyrResult r = s.Write(p, n, &done);
+  if (ZyrSucceeded(r) && done != n) return ZYR_E_WRITE_FAULT;
+  return r;
+}
+
+ZyrResult PutNumber(ZyrBasStream& s, std::uint64_t v, std::size_t bytes) {
+  unsigned char b[8];
+  for (std::size_t i = 0; i < bytes; ++i) b[i] = static_cast<unsigned char>(v >> (8 * i));
+  return PutBytes(s, b, bytes);
+}
+
+ZyrResult GetNumber(ZyrBasStream& s, std::uint64_t* v, std::size_t bytes) {
+  unsigned char b[8];
+  std::size_t done = 0;
+  ZyrResult r = s.Read(b, bytes, &done);
+  if (ZyrFailed(r) || done != bytes) return ZYR_E_CORRUPT_STREAM;
+  *v = 0;
+  for (std::size_t i = bytes; i-- > 0;) *v = (*v << 8) | b[i];
+  return ZYR_OK;
+}
+
+ZyrResult GetFlag(ZyrBasStream& s, bool* flag) {
+  std::uint64_t v;
+  ZyrResult r = GetNumber(s, &v, 1);
+  if (ZyrFailed(r)) return r;
+  if (v >= 2) return ZYR_E_CORRUPT_STREAM;
+  *flag = v != 0;
+  return ZYR_OK;
+}
+
+}  // namespace
+
+ZyrResult ZyrBasFile::Serialize(ZyrBasStream& target, ZyrBasHandleExporter& exporter, std::uint32_t) {
+  ZyrResult r = PutNumber(target, kSerialVersion, 2);
+  if (ZyrSucceeded(r)) r = PutNumber(target, handle_ >= 0 ? 1 : 0, 1);
+  if (ZyrSucceeded(r) && handle_ >= 0) r = exporter.Export(target, handle_);
+  if (ZyrSucceeded(r)) r = PutNumber(target, 0, 1);
+  if (ZyrSucceeded(r)) r = PutNumber(target, access_ & 0xff, 1);
+  if (ZyrSucceeded(r)) r = PutNumber(target, sectionSize_, 8);
+  if (ZyrSucceeded(r)) r = PutNumber(target, reserved_, 8);
+  if (ZyrSucceeded(r)) r = PutNumber(target, stable_ ? 1 : 0, 1);
+  if (ZyrSucceeded(r)) r = PutNumber(target, sizeKnown_ ? 1 : 0, 1);
+  if (ZyrSucceeded(r)) r = PutNumber(target, cachedSize_, 8);
+  if (ZyrSucceeded(r)) r = PutNumber(target, asynchronous_ ? 1 : 0, 1);
+  return r;
+}
+
+ZyrResult ZyrBasFile::Deserialize(ZyrBasStream& source, ZyrBasHandleImporter& importer, std::uint32_t) {
+  if (IsOpen()) Close();
+  std::uint64_t version = 0, access = 0, sectionSize = 0, reserved = 0, cachedSize = 0;
+  bool valid = false, section = false, stable = false, sizeKnown = false, asynchronous = false;
+  int fd = -1;
+  ZyrResult r = GetNumber(source, &version, 2);
+  if (ZyrSucceeded(r) && version != kSerialVersion) r = ZYR_E_CORRUPT_STREAM;
+  if (ZyrSucceeded(r)) r = GetFlag(source, &valid);
+  if (ZyrSucceeded(r) && valid) r = importer.Import(source, &fd);
+  if (ZyrSucceeded(r)) r = GetFlag(source, &section);
+  if (ZyrSucceeded(r) && section) {
+    // Written by a platform whose mappings have handles: take it and let
+    // it go, since a mapping is made again on demand here.
+    int sectionHandle = -1;
+    r = importer.Import(source, &sectionHandle);
+    if (ZyrSucceeded(r) && sectionHandle >= 0) ZyrBasOsClose(sectionHandle);
+  }
+  if (ZyrSucceeded(r)) r = GetNumber(source, &access, 1);
+  if (ZyrSucceeded(r)) r = GetNumber(source, &sectionSize, 8);
+  if (ZyrSucceeded(r)) r = GetNumber(source, &reserved, 8);
+  if (ZyrSucceeded(r)) r = GetFlag(source, &stable);
+  if (ZyrSucceeded(r)) r = GetFlag(source, &sizeKnown);
+  if (ZyrSucceeded(r)) r = GetNumber(source, &cachedSize, 8);
+  if (ZyrSucceeded(r)) r = GetFlag(source, &asynchronous);
+  if (ZyrFailed(r)) {
+    if (fd >= 0) ZyrBasOsClose(fd);
+    return r;
+  }
+  handle_ = fd;
+  access_ = static_cast<std::uint32_t>(access) & 3;
+  reserved_ = reserved;
+  stable_ = stable;
+  sizeKnown_ = sizeKnown;
+  cachedSize_ = cachedSize;
+  asynchronous_ = asynchronous;
   position_ = 0;
   return ZYR_OK;
 }

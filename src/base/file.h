@@ -73,6 +73,27 @@ struct ZyrBasDirEntry {
 // ---------------------------------------------------------------------------
 // Streams
 
+class ZyrBasStream;
+
+// Hand an open file's handle to another holder: the exporter writes what
+// stands for the handle into the serial stream, the importer gives a handle
+// back for it. Both are the caller's; the library brings none.
+class ZyrBasHandleExporter {
+ public:
+  virtual ZyrResult Export(ZyrBasStream& target, int handle) = 0;
+
+ protected:
+  ~ZyrBasHandleExporter() = default;
+};
+
+class ZyrBasHandleImporter {
+ public:
+  virtual ZyrResult Import(ZyrBasStream& source, int* handle) = 0;
+
+ protected:
+  ~ZyrBasHandleImporter() = default;
+};
+
 class ZyrBasStream {
  public:
   virtual ~ZyrBasStream() = default;
@@ -85,8 +106,8 @@ class ZyrBasStream {
   virtual ZyrResult Write(const void* buffer, std::size_t count, std::size_t* done,
                           std::uint32_t flags = 0) = 0;
   virtual bool CanSerialize() const { return false; }
-  virtual ZyrResult Serialize(ZyrBasStream& target, void* exporter, std::uint32_t flags);
-  virtual ZyrResult Deserialize(ZyrBasStream& source, void* importer, std::uint32_t flags);
+  virtual ZyrResult Serialize(ZyrBasStream& target, ZyrBasHandleExporter& exporter, std::uint32_t flags);
+  virtual ZyrResult Deserialize(ZyrBasStream& source, ZyrBasHandleImporter& importer, std::uint32_t flags);
 };
 
 // A stream with a position over addressable bytes. Read and Write go
@@ -195,6 +216,18 @@ class ZyrBasFile : public ZyrBasFileBase {
   ZyrResult Open(const char16_t* path, std::uint32_t mode, std::uint32_t access, std::uint32_t share,
                  std::uint32_t options);
   bool IsAsynchronous() const override { return asynchronous_; }
+
+  // The serial form: version (16 bits, 4), a byte telling whether the
+  // handle is valid and then the handle through the exporter, a byte for
+  // the section (always 0 here: a mapping has no handle of its own), the
+  // access byte, the section size, the reserved value, the stable and
+  // size-known bytes, the cached size and the asynchronous byte; numbers
+  // little-endian. Reading closes what is open first; a flag byte of 2 or
+  // more, another version or a cut stream gives ZYR_E_CORRUPT_STREAM. The
+  // position is not carried.
+  bool CanSerialize() const override { return true; }
+  ZyrResult Serialize(ZyrBasStream& target, ZyrBasHandleExporter& exporter, std::uint32_t flags) override;
+  ZyrResult Deserialize(ZyrBasStream& source, ZyrBasHandleImporter& importer, std::uint32_t flags) override;
 };
 
 // A mapped view. Address() points at the offset asked for in Map, and
@@ -260,6 +293,9 @@ ZyrResult ZyrBasDeleteMatching(const char16_t* folder, const char16_t* pattern, 
 // Renames, replacing the target. Across file systems: copy, then delete the
 // source, with the same result to the caller.
 ZyrResult ZyrBasMoveFile(const char16_t* source, const char16_t* target);
+// Renames only where the target does not exist yet: ZYR_E_ALREADY_EXISTS
+// otherwise, with nothing changed. Both names on one file system.
+ZyrResult ZyrBasMoveFileNoReplace(const char16_t* source, const char16_t* target);
 // Copies content, times and mode, replacing the target. A failure of the
 // copy leaves no half target; an owner that cannot be carried over gives
 // ZYR_I_SECURITY_NOT_COPIED with the copy standing.

@@ -181,6 +181,14 @@ ZyrResult ZyrBasMoveFile(const char16_t* source, const char16_t* target) {
   return ZyrFailed(d) ? d : r;
 }
 
+ZyrResult ZyrBasMoveFileNoReplace(const char16_t* source, const char16_t* target) {
+  ZyrBasNarrowText from, to;
+  ZyrResult r = Native(source, ZYR_TERMINATED, from);
+  if (ZyrSucceeded(r)) r = Native(target, ZYR_TERMINATED, to);
+  if (ZyrFailed(r)) return r;
+  return ZyrBasOsRenameNoReplace(from.Data(), to.Data());
+}
+
 ZyrResult ZyrBasCopyFile(const char16_t* source, const char16_t* target) {
   ZyrBasNarrowText from, to;
   ZyrResult r = Native(source, ZYR_TERMINATED, from);

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 #include <fstream>
@@ -251,6 +252,7 @@ TEST_F(FileTest, MapViews) {
   EXPECT_EQ(v->Size(), 100u);
   EXPECT_EQ(v->AlignedOffset() % 4096, 0u);
   EXPECT_FALSE(v->ReachesEnd());
+  ZyrDelete(v);
   ZyrBasFileView* all = nullptr;
   ASSERT_EQ(f.Map(0, 0, &all), ZYR_OK);
   EXPECT_EQ(all->Size(), 10000u);
@@ -445,6 +447,13 @@ TEST_F(FileTest, MoveReplacesAndCopies) {
   EXPECT_EQ(ReadAll(P("b")), "first");
   EXPECT_EQ(ZyrBasMoveFile(WP("a").c_str(), WP("c").c_str()), ZYR_E_FILE_NOT_FOUND);
 
+  WriteAll(P("x"), "x");
+  EXPECT_EQ(ZyrBasMoveFileNoReplace(WP("x").c_str(), WP("b").c_str()), ZYR_E_ALREADY_EXISTS);
+  EXPECT_EQ(ReadAll(P("b")), "first");
+  ASSERT_EQ(ZyrBasMoveFileNoReplace(WP("x").c_str(), WP("y").c_str()), ZYR_OK);
+  EXPECT_FALSE(Exists(P("x")));
+  EXPECT_EQ(ReadAll(P("y")), "x");
+
   chmod(P("b").c_str(), 0640);
   ASSERT_EQ(ZyrBasCopyFile(WP("b").c_str(), WP("c").c_str()), ZYR_OK);
   EXPECT_EQ(ReadAll(P("c")), "first");
@@ -536,4 +545,79 @@ TEST(FileNames, GeneratorSteps) {
   ZyrBasRandomStirState(y, &seven, 1);
   EXPECT_EQ(x, 0xaa849495101ull);
   EXPECT_EQ(y, x + 7);
+}
+
+namespace {
+
+// A byte stream in memory, and handle passing by duplicated descriptors.
+class MemoryStream : public ZyrBasStream {
+ public:
+  bool IsOpen() const override { return true; }
+  bool IsAsynchronous() const override { return false; }
+  ZyrResult Read(void* buffer, std::size_t count, std::size_t* done, std::uint32_t) override {
+    std::size_t n = std::min(count, bytes.size() - at);
+    std::memcpy(buffer, bytes.data() + at, n);
+    at += n;
+    if (done) *done = n;
+    return n == count ? ZYR_OK : ZYR_E_END_OF_DATA;
+  }
+  ZyrResult Write(const void* buffer, std::size_t count, std::size_t* done, std::uint32_t) override {
+    bytes.append(static_cast<const char*>(buffer), count);
+    if (done) *done = count;
+    return ZYR_OK;
+  }
+  std::string bytes;
+  std::size_t at = 0;
+};
+
+struct DupPassing : ZyrBasHandleExporter, ZyrBasHandleImporter {
+  ZyrResult Export(ZyrBasStream& target, int handle) override {
+    int copy = dup(handle);
+    return target.Write(&copy, sizeof copy, nullptr);
+  }
+  ZyrResult Import(ZyrBasStream& source, int* handle) override {
+    return source.Read(handle, sizeof *handle, nullptr);
+  }
+};
+
+}  // namespace
+
+TEST_F(FileTest, SerialFormCarriesTheOpenFile) {
+  WriteAll(P("s"), "serial");
+  ZyrBasFile f, g;
+  DupPassing passing;
+  ASSERT_TRUE(f.CanSerialize());
+  ASSERT_EQ(f.Open(WP("s").c_str(), ZYR_FILE_OPEN_EXISTING, ZYR_FILE_READ, ZYR_FILE_SHARE_READ, ZYR_FILE_ASYNCHRONOUS), ZYR_OK);
+  std::uint64_t size = 0;
+  ASSERT_EQ(f.GetSize(&size), ZYR_OK);  // cached: the file is stable
+  MemoryStream m;
+  ASSERT_EQ(f.Serialize(m, passing, 0), ZYR_OK);
+  EXPECT_EQ(m.bytes.size(), 2u + 1 + 4 + 1 + 1 + 8 + 8 + 1 + 1 + 8 + 1);
+  f.Close();
+
+  ASSERT_EQ(g.Deserialize(m, passing, 0), ZYR_OK);
+  EXPECT_TRUE(g.IsOpen());
+  EXPECT_TRUE(g.CanRead());
+  EXPECT_FALSE(g.CanWrite());
+  EXPECT_TRUE(g.IsStable());
+  EXPECT_TRUE(g.IsAsynchronous());
+  char buf[6];
+  ASSERT_EQ(g.ReadAt(0, buf, 6, nullptr), ZYR_OK);
+  EXPECT_EQ(std::string(buf, 6), "serial");
+  WriteAll(P("s"), "longer now");
+  ASSERT_EQ(g.GetSize(&size), ZYR_OK);
+  EXPECT_EQ(size, 6u);  // the cached size came along
+
+  // A flag byte of 2, and a stream cut short, are corrupt.
+  MemoryStream bad;
+  ASSERT_EQ(g.Serialize(bad, passing, 0), ZYR_OK);
+  bad.bytes[2 + 1 + 4 + 1 + 1 + 8 + 8] = 2;  // the stable byte
+  ZyrBasFile h;
+  EXPECT_EQ(h.Deserialize(bad, passing, 0), ZYR_E_CORRUPT_STREAM);
+  EXPECT_FALSE(h.IsOpen());
+  MemoryStream cut;
+  ASSERT_EQ(g.Serialize(cut, passing, 0), ZYR_OK);
+  cut.bytes.resize(cut.bytes.size() - 3);
+  EXPECT_EQ(h.Deserialize(cut, passing, 0), ZYR_E_CORRUPT_STREAM);
+  EXPECT_FALSE(h.IsOpen());
 }

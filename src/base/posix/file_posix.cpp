@@ -13,6 +13,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "base/memory.h"
@@ -309,6 +310,15 @@ ZyrResult ZyrBasOsRename(const char* source, const char* target, bool* crossDevi
   if (rename(source, target) == 0) return ZYR_OK;
   *crossDevice = errno == EXDEV;
   return LastError();
+}
+
+ZyrResult ZyrBasOsRenameNoReplace(const char* source, const char* target) {
+  if (renameat2(AT_FDCWD, source, AT_FDCWD, target, RENAME_NOREPLACE) == 0) return ZYR_OK;
+  if (errno != EINVAL && errno != ENOSYS) return LastError();
+  // A file system without the flag: a second name cannot replace anything,
+  // and the first goes once the second stands.
+  if (link(source, target) != 0) return LastError();
+  return unlink(source) == 0 ? ZYR_OK : LastError();
 }
 
 ZyrResult ZyrBasOsCopyFile(const char* source, const char* target) {

@@ -45,6 +45,8 @@ ZyrResult ZyrBasOsRemoveDirectory(const char* path);
 // `crossDevice` is set when the two names lie on different file systems;
 // nothing was done then.
 ZyrResult ZyrBasOsRename(const char* source, const char* target, bool* crossDevice);
+// Renames only if the target does not exist (ZYR_E_ALREADY_EXISTS then).
+ZyrResult ZyrBasOsRenameNoReplace(const char* source, const char* target);
 ZyrResult ZyrBasOsCopyFile(const char* source, const char* target);
 
 // Directory reading. Kinds of an entry as the directory tells them.
