@@ -2,6 +2,7 @@
 
 #include "base/time.h"
 #include "engine/logger.h"
+#include "records/scramble.h"
 
 namespace {
 // The notice of a trimmed queue: an event without text that tells by its
@@ -16,12 +17,7 @@ constexpr std::uint32_t kNoticeScrambleMode = 1;
 constexpr std::uint32_t kNoWait = 0xffffffffu;
 }  // namespace
 
-ZyrResult ZyrLogFinishEvent(ZyrLogEvent& event) {
-  if (event.ScrambleMode == 0 || event.Message.Empty()) return ZYR_OK;
-  // Scrambling is not built yet; a message that asks for it is not written
-  // in clear.
-  return ZYR_E_NOT_IMPLEMENTED;
-}
+ZyrResult ZyrLogFinishEvent(ZyrLogEvent& event) { return ZyrLogScrambleEvent(event); }
 
 ZyrResult ZyrLogWorker::Run() { return dispatcher_.Run(); }
 

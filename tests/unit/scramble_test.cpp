@@ -1,0 +1,108 @@
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "records/event.h"
+#include "records/scramble.h"
+
+namespace {
+
+std::vector<std::uint8_t> Base64Decode(const std::u16string& text) {
+  static const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::vector<std::uint8_t> out;
+  std::uint32_t bits = 0;
+  int count = 0;
+  for (char16_t c : text) {
+    if (c == u'=') break;
+    bits = (bits << 6) | static_cast<std::uint32_t>(alphabet.find(static_cast<char>(c)));
+    count += 6;
+    if (count >= 8) {
+      count -= 8;
+      out.push_back(static_cast<std::uint8_t>(bits >> count));
+    }
+  }
+  return out;
+}
+
+// Reverses a token with the key table: the index byte, the marker, the UTF-8 text.
+std::string Unscramble(const std::u16string& token) {
+  EXPECT_EQ(token[0], u'a');
+  std::vector<std::uint8_t> block = Base64Decode(token.substr(1));
+  ZyrLogXorWithKey(block.data() + 1, block.size() - 1, kZyrScrambleKeys[block[0]], 64);
+  EXPECT_EQ(block[1], 'a');
+  return std::string(block.begin() + 2, block.end());
+}
+
+std::u16string Token(const std::u16string& text, unsigned key) {
+  ZyrBasString out;
+  EXPECT_EQ(ZyrLogScrambleTextWithKey(out, text.c_str(), text.size(), key), ZYR_OK);
+  return std::u16string(out.Text(), out.Length());
+}
+
+}  // namespace
+
+TEST(Scramble, TokenShapeAndPadding) {
+  std::u16string x = Token(u"x", 3);
+  EXPECT_EQ(x.size(), 5u);  // "a" + 4 characters for 3 bytes
+  EXPECT_NE(x.back(), u'=');
+  std::u16string four = Token(u"xy", 0);  // 4 bytes
+  EXPECT_EQ(four.substr(four.size() - 2), u"==");
+  std::u16string five = Token(u"xyz", 0);  // 5 bytes
+  EXPECT_EQ(five.substr(five.size() - 1), u"=");
+  EXPECT_NE(five.substr(five.size() - 2), u"==");
+  EXPECT_EQ(Unscramble(x), "x");
+}
+
+TEST(Scramble, Utf8WidthsAndKeyWrap) {
+  EXPECT_EQ(Unscramble(Token(u"\u00e9\u20ac\U0001F600", 5)), "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80");
+  std::u16string longText(100, u'q');
+  std::u16string token = Token(longText, 9);
+  std::vector<std::uint8_t> block = Base64Decode(token.substr(1));
+  ASSERT_EQ(block.size(), 102u);
+  // Offset 65 uses key byte 0 again, as offset 1 did.
+  EXPECT_EQ(block[65] ^ kZyrScrambleKeys[9][0], 'q');
+  EXPECT_EQ(block[1] ^ kZyrScrambleKeys[9][0], 'a');
+  EXPECT_EQ(Unscramble(token), std::string(100, 'q'));
+  ZyrBasString out;
+  const char16_t lone[] = {0xdc00};
+  EXPECT_EQ(ZyrLogScrambleTextWithKey(out, lone, 1, 0), ZYR_E_INVALID_DATA);
+  EXPECT_TRUE(out.Empty());
+}
+
+TEST(Scramble, EventModesAndRandomKeys) {
+  ZyrLogEvent e;
+  e.ScrambleMode = 7;
+  ASSERT_EQ(e.Message.Assign(u"secret text"), ZYR_OK);
+  ASSERT_EQ(ZyrLogScrambleEvent(e), ZYR_OK);
+  EXPECT_EQ(e.ScrambleMode, 1u);
+  EXPECT_EQ(Unscramble(std::u16string(e.Message.Text())), "secret text");
+
+  ZyrLogEvent two;
+  two.ScrambleMode = 2;
+  ASSERT_EQ(two.Message.Assign(u"m"), ZYR_OK);
+  ASSERT_EQ(ZyrLogScrambleEvent(two), ZYR_OK);
+  EXPECT_EQ(two.ScrambleMode, 2u);
+
+  ZyrLogEvent empty;
+  empty.ScrambleMode = 1;
+  ASSERT_EQ(ZyrLogScrambleEvent(empty), ZYR_OK);
+  EXPECT_TRUE(empty.Message.Empty());
+
+  std::set<std::u16string> tokens;
+  for (int i = 0; i < 16; ++i) {
+    ZyrBasString out;
+    ASSERT_EQ(ZyrLogScrambleText(out, u"same", 4), ZYR_OK);
+    tokens.insert(std::u16string(out.Text(), out.Length()));
+  }
+  EXPECT_GT(tokens.size(), 1u);
+}
+
+TEST(Scramble, Base64OfKnownBytes) {
+  ZyrBasString out;
+  const std::uint8_t bytes[] = {'M', 'a', 'n', 'M', 'a'};
+  ASSERT_EQ(ZyrLogBase64Append(out, bytes, 3), ZYR_OK);
+  ASSERT_EQ(ZyrLogBase64Append(out, bytes, 5), ZYR_OK);
+  EXPECT_EQ(std::u16string(out.Text()), u"TWFuTWFuTWE=");
+}
