@@ -6,6 +6,7 @@
 #include "config/variables.h"
 #include "engine/dispatcher.h"
 #include "engine/manager.h"
+#include "layout/custom_layout.h"
 #include "layout/layout.h"
 
 namespace {
@@ -38,11 +39,32 @@ ZyrResult BuildLayout(ZyrLogManager& manager, ZyrCfgSection& section) {
   ZyrResult r = section.FindValue(u"LayoutType", &type);
   if (ZyrFailed(r)) return r;
   ZyrLogStandardLayoutCreator standard;
+  ZyrLogCustomLayoutCreator custom;
   ZyrLogLayoutCreator* creator = nullptr;
-  if (type->text.Equals(u"Standard")) creator = &standard;
-  else if (type->text.Equals(u"Custom") || type->text.Equals(u"Fw"))
-    return ZYR_E_NOT_IMPLEMENTED;  // the Custom layout is not built yet
-  else return ZYR_E_LAYOUT_NOT_FOUND;
+  ZyrCfgSectionRef fixed;
+  ZyrCfgSection* configureFrom = &section;
+  if (type->text.Equals(u"Standard")) {
+    creator = &standard;
+  } else if (type->text.Equals(u"Custom")) {
+    creator = &custom;
+  } else if (type->text.Equals(u"Fw")) {
+    // A fixed form: configured from a section of its own; the stored
+    // section stays as it was given, and its other keys are ignored.
+    creator = &custom;
+    ZyrCfgValueRef layoutType, format;
+    r = ZyrCfgSectionRef::Make(&fixed);
+    if (ZyrSucceeded(r)) r = fixed->SetName(section.name.Text(), section.name.Length());
+    if (ZyrSucceeded(r)) r = ZyrCfgValueRef::Make(&layoutType);
+    if (ZyrSucceeded(r)) r = layoutType->Set(u"LayoutType", u"Custom", nullptr, nullptr);
+    if (ZyrSucceeded(r)) r = fixed->AddValue(layoutType);
+    if (ZyrSucceeded(r)) r = ZyrCfgValueRef::Make(&format);
+    if (ZyrSucceeded(r)) r = format->Set(u"Format", kZyrFwFormat, nullptr, nullptr);
+    if (ZyrSucceeded(r)) r = fixed->AddValue(format);
+    if (ZyrFailed(r)) return r;
+    configureFrom = fixed.Get();
+  } else {
+    return ZYR_E_LAYOUT_NOT_FOUND;
+  }
   ZyrLogLayout* layout = nullptr;
   if (manager.Layouts().Find(section.name.Text(), &layout) == ZYR_E_LAYOUT_NOT_FOUND) {
     r = creator->Create(&layout, section.name.Text());
@@ -53,7 +75,7 @@ ZyrResult BuildLayout(ZyrLogManager& manager, ZyrCfgSection& section) {
       return r;
     }
   }
-  return layout->Configure(section);
+  return layout->Configure(*configureFrom);
 }
 
 ZyrResult BuildAppender(ZyrLogManager& manager, ZyrCfgSection& section, const ZyrBasString& logFolder) {
