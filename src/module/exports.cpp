@@ -2,8 +2,11 @@
 #include <pthread.h>
 
 #include <cstdint>
+#include <cstring>
 
+#include "base/string.h"
 #include "client/log_object.h"
+#include "engine/manager.h"
 #include "module/module.h"
 #include "zyrlog/zyrlog.h"
 
@@ -46,18 +49,57 @@ ZYR_EXPORT ZyrResult ZyrReleaseLogObject(const ZyrIid* iid, IZyrLog* log) {
   return ZYR_OK;
 }
 
-// Reconfiguration from outside the client's own logic: built with the
-// living configuration.
-ZYR_EXPORT ZyrResult ZyrLogLibraryReconfigure(const char16_t*, std::uint32_t) {
-  return ZYR_E_NOT_IMPLEMENTED;
+// Reconfiguration from outside the client's own logic: the named file is
+// loaded through every object, each with its own folders.
+namespace {
+struct ReconfigureWalk {
+  const char16_t* fileName;
+  std::uint32_t mode;
+};
+void ReconfigureOne(ZyrLogObject* object, void* context) {
+  auto* walk = static_cast<ReconfigureWalk*>(context);
+  IZyrLog* log = object;
+  // A failure with one object does not stop the walk.
+  if (walk->mode == 0) (void)log->ReconfigureLoadConfigFile(walk->fileName);
+  else if (walk->mode == 1) (void)log->ReconfigureLoadPrivateConfigFile(walk->fileName);
+}
+}  // namespace
+
+ZYR_EXPORT ZyrResult ZyrLogLibraryReconfigure(const char16_t* fileName, std::uint32_t mode) {
+  ReconfigureWalk walk{fileName, mode};
+  ZyrModuleForEachObject(&ReconfigureOne, &walk);
+  return ZYR_OK;
 }
 
-ZYR_EXPORT ZyrResult ZyrLogLibraryReloadConfig() { return ZYR_E_NOT_IMPLEMENTED; }
-
-ZYR_EXPORT void* ZyrLogLibraryRemoteReconfigure(void*) {
-  pthread_exit(reinterpret_cast<void*>(static_cast<std::intptr_t>(ZYR_E_NOT_IMPLEMENTED)));
+ZYR_EXPORT ZyrResult ZyrLogLibraryReloadConfig() {
+  ZyrLogManager* manager = nullptr;
+  ZyrResult r = ZyrLogManager::Acquire(&manager);
+  if (ZyrFailed(r)) return r;
+  r = manager->ReloadConfig();
+  manager->Release();
+  return r;
 }
 
-ZYR_EXPORT void* ZyrLogLibraryRemoteReloadConfig(void*) {
-  pthread_exit(reinterpret_cast<void*>(static_cast<std::intptr_t>(ZYR_E_NOT_IMPLEMENTED)));
+namespace {
+[[noreturn]] void EndThread(ZyrResult status) {
+  pthread_exit(reinterpret_cast<void*>(static_cast<std::intptr_t>(status)));
 }
+}  // namespace
+
+// The blob: a 64-bit count of UTF-16 units, the units, a 32-bit mode; all
+// little-endian, unaligned, no length travels with it.
+ZYR_EXPORT void* ZyrLogLibraryRemoteReconfigure(void* blob) {
+  const auto* bytes = static_cast<const unsigned char*>(blob);
+  std::uint64_t length;
+  std::memcpy(&length, bytes, sizeof length);
+  ZyrBasString fileName;
+  if (length) {
+    if (ZyrFailed(fileName.Resize(static_cast<std::size_t>(length)))) EndThread(ZYR_E_OUT_OF_MEMORY);
+    std::memcpy(fileName.Data(), bytes + 8, static_cast<std::size_t>(length) * 2);
+  }
+  std::uint32_t mode;
+  std::memcpy(&mode, bytes + 8 + 2 * length, sizeof mode);
+  EndThread(ZyrLogLibraryReconfigure(fileName.Text(), mode));
+}
+
+ZYR_EXPORT void* ZyrLogLibraryRemoteReloadConfig(void*) { EndThread(ZyrLogLibraryReloadConfig()); }
