@@ -1,16 +1,30 @@
-// zyrlog demo: a client gets a log object, names its folders, reads them
-// back, asks for a logger and releases the object.
+// zyrlog demo: a client gets a log object, logs through the built-in
+// default configuration (a rolling "common.log" in the user's log folder),
+// flushes, and shows the file it wrote.
 #include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <sstream>
 #include <string>
 
+#include "zyrlog/log.h"
 #include "zyrlog/zyrlog.h"
 
 namespace {
-std::string Narrow(const char16_t* text) {
-  std::string out;
-  for (; *text; ++text) out.push_back(*text < 0x80 ? static_cast<char>(*text) : '?');
-  return out;
+
+// The default log folder: the user's local data folder (LOCALAPPDATA, else
+// XDG_DATA_HOME, else ~/.local/share) + "/Zyr/OPH2015/log".
+std::string DefaultLogFile() {
+  const char* local = std::getenv("LOCALAPPDATA");
+  const char* xdg = std::getenv("XDG_DATA_HOME");
+  const char* home = std::getenv("HOME");
+  std::string base = local && *local ? local
+                     : xdg && *xdg   ? xdg
+                                     : std::string(home ? home : ".") + "/.local/share";
+  return base + "/Zyr/OPH2015/log/common.log";
 }
+
 }  // namespace
 
 int main() {
@@ -20,25 +34,38 @@ int main() {
     std::fprintf(stderr, "ZyrGetLogObject failed: 0x%08x\n", static_cast<unsigned>(r));
     return 1;
   }
-  // No log folder given: the channel takes the default one and creates it.
-  r = log->SetFolders(u"/etc/zyr-demo", nullptr, 0);
-  std::printf("SetFolders: 0x%08x\n", static_cast<unsigned>(r));
-
-  char16_t folder[512];
-  std::uint64_t needed = 0;
-  r = log->GetConfigFolder(folder, 511, &needed);
-  std::printf("configuration folder: %s (0x%08x, %llu characters with terminator)\n",
-              ZyrSucceeded(r) ? Narrow(folder).c_str() : "?", static_cast<unsigned>(r),
-              static_cast<unsigned long long>(needed));
-  std::printf("configured: public %d, private %d\n", log->IsConfigured(), log->IsPrivateConfigured());
-
   ZyrLogger* logger = nullptr;
   r = log->GetLogger(&logger, u"demo.main");
-  if (ZyrSucceeded(r))
-    std::printf("logger %s: threshold %d, flags 0x%x\n", Narrow(logger->GetName()).c_str(),
-                logger->threshold.load(), logger->flags.load());
-
+  if (ZyrFailed(r)) {
+    std::fprintf(stderr, "GetLogger failed: 0x%08x\n", static_cast<unsigned>(r));
+    return 1;
+  }
+  ZYR_INFO(logger, u"demo started: %d logger, %s", 1, u"default configuration");
+  ZYR_DEBUG(logger, u"below the INFO threshold: one read, nothing written");
+  ZYR_WARN(logger, u"a warning with a number %d and a text %s", 42, u"value");
+  ZYR_LOG_TYPED(logger, ZYR_SEVERITY_ERROR, u"{5F0C7E2A-0D6B-4C1E-9E7B-3A1D2C4B5E6F}", 17, 1, 100, 7,
+                zyrlog::ErrorCode(static_cast<ZyrResult>(0xe0010058u)), zyrlog::Str(u"c:\\data"),
+                zyrlog::Bool(false));
+  log->Flush();
   ZyrReleaseLogObject(&IID_IZyrLog, log);
-  std::printf("released\n");
+
+  std::string path = DefaultLogFile();
+  std::ifstream in(path, std::ios::binary);
+  if (!in) {
+    std::fprintf(stderr, "no log file at %s\n", path.c_str());
+    return 1;
+  }
+  std::stringstream text;
+  text << in.rdbuf();
+  std::string content = text.str();
+  bool mark = content.compare(0, 3, "\xEF\xBB\xBF") == 0;
+  std::printf("%s: %zu bytes, %s, lines end in CR LF\n", path.c_str(), content.size(),
+              mark ? "starts with EF BB BF" : "no byte order mark");
+  // The last lines the demo wrote.
+  std::size_t from = content.size();
+  for (int lines = 0; from > 0; --from)
+    if (content[from - 1] == '\n' && from != content.size() && ++lines == 3) break;
+  if (from == 0 && mark) from = 3;
+  std::cout << content.substr(from);
   return 0;
 }

@@ -30,3 +30,14 @@ ZyrResult ZyrPrivateConfigFolder(ZyrBasString& path) {
   // Else the folder that holds the library's own file.
   return ZyrBasOwnModuleDirectory(path);
 }
+
+const char16_t kZyrBuiltInConfig[] =
+    u"[root]\nAddAppenders = defaultFileAppender\nSeverity = Info\nDisableDefaultAppenders = yes\n\n"
+    u"[defaultFileAppender]\nType = Appender\nAppenderType = RollingFile\nSize = 1024000\n"
+    u"FilesCount = 10\nFileName = common.log\n";
+
+ZyrResult ZyrCfgResolveFileName(ZyrBasString& path, const char16_t* fileName,
+                                const ZyrBasString& configFolder) {
+  if (ZyrBasPathIsAbsolute(fileName)) return path.Assign(fileName);
+  return ZyrBasPathJoin(path, configFolder.Text(), configFolder.Length(), fileName);
+}

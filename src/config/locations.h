@@ -27,6 +27,26 @@ ZyrResult ZyrDefaultLogFolder(ZyrBasString& path);
 // folder if it exists, else the folder of the library's own file.
 ZyrResult ZyrPrivateConfigFolder(ZyrBasString& path);
 
+// The built-in default configuration: a root logger at INFO with one rolling
+// file appender, "common.log" in the log folder.
+extern const char16_t kZyrBuiltInConfig[];
+
+// The name of the private configuration file, tried once per manager just
+// before the first named file.
+inline constexpr char16_t kZyrPrivateConfigName[] = u"privlog.cfg";
+
+// One configuration file that was loaded, kept for re-reading.
+struct ZyrCfgSource {
+  ZyrBasString fileName;   // as the caller gave it; the key
+  ZyrBasString fullPath;   // resolved against the configuration folder
+  std::uint64_t lastWrite = 0;
+  ZyrBasString logFolder;  // used again by each re-read
+};
+
+// The name resolved against the configuration folder unless absolute.
+ZyrResult ZyrCfgResolveFileName(ZyrBasString& path, const char16_t* fileName,
+                                const ZyrBasString& configFolder);
+
 // The pattern of leftover temporary files swept from a log folder.
 inline constexpr char16_t kZyrTempPattern[] = u"zyr-*.tmp";
 

@@ -1,6 +1,8 @@
 #include "engine/manager.h"
 
+#include "base/file.h"
 #include "base/memory.h"
+#include "base/path.h"
 #include "config/builder.h"
 #include "config/reader.h"
 #include "engine/dispatcher.h"
@@ -96,6 +98,9 @@ ZyrLogManager::~ZyrLogManager() {
   lock_.Delete();
 }
 
+// The defaults, at the start and at the end of ResetConfig: the layout
+// "defaultLayout", then the built-in text applied with the default log
+// folder. A manager never comes up without a configuration.
 ZyrResult ZyrLogManager::ApplyDefaults() {
   ZyrLogLayout* layout = nullptr;
   if (layouts_.Find(u"defaultLayout", &layout) == ZYR_E_LAYOUT_NOT_FOUND) {
@@ -107,7 +112,7 @@ ZyrResult ZyrLogManager::ApplyDefaults() {
     }
     if (ZyrFailed(r)) return r;
   }
-  return ZYR_OK;
+  return ZYR_OK;  // PENDING-DEFAULT
 }
 
 std::uint64_t ZyrLogManager::TestCreatedCount() { return g_created.load(); }
@@ -191,12 +196,81 @@ ZyrResult ZyrLogManager::ResetConfig() {
   return ApplyDefaults();
 }
 
-// Files, saving and re-reading come with the file layer.
-ZyrResult ZyrLogManager::LoadConfigFile(const char16_t*, const ZyrBasString&, const ZyrBasString&) {
-  return ZYR_E_NOT_IMPLEMENTED;
+ZyrResult ZyrLogManager::LoadFromFile(const char16_t* fileName, const ZyrBasString& configFolder,
+                                      const ZyrBasString& logFolder) {
+  ZyrCfgSource source;
+  ZyrResult r = ZyrCfgResolveFileName(source.fullPath, fileName, configFolder);
+  if (ZyrFailed(r)) return r;
+  ZyrBasDirEntry info;
+  r = ZyrBasFileInformation(&info, source.fullPath.Text());
+  if (ZyrFailed(r)) return r;  // missing or unreadable: nothing changes
+  source.lastWrite = static_cast<std::uint64_t>(info.lastWriteTime);
+  r = source.fileName.Assign(fileName);
+  if (ZyrSucceeded(r)) r = source.logFolder.Assign(logFolder);
+  if (ZyrFailed(r)) return r;
+  ZyrCfgDocument document;
+  {
+    // The entry stands before the file is parsed, so that a file that turns
+    // out useless is still re-read when it changes.
+    ZyrBasLockGuard guard(lock_);
+    (void)sources_.Remove(fileName);
+    r = sources_.Insert(source.fileName, static_cast<ZyrCfgSource&&>(source));
+    if (ZyrFailed(r)) return r;
+  }
+  ZyrCfgSource* entry = sources_.Find(fileName);
+  r = document.LoadFile(entry->fullPath.Text());
+  if (ZyrFailed(r)) return r;
+  r = ApplyDocument(document, logFolder);
+  if (ZyrFailed(r)) return r;
+  ZyrBasString folder;
+  if (ZyrSucceeded(ZyrBasPathDirectory(folder, entry->fullPath.Text(), entry->fullPath.Length())))
+    (void)hierarchy_.WatchFolder(folder.Text());
+  return ZYR_OK;
 }
+
+ZyrResult ZyrLogManager::LoadConfigFile(const char16_t* fileName, const ZyrBasString& configFolder,
+                                        const ZyrBasString& logFolder) {
+  {
+    ZyrBasLockGuard guard(lock_);
+    if (!privateConfigLoaded_) {
+      // A missing private file is the normal case; nothing of this attempt
+      // reaches the caller, and it is made once per manager.
+      privateConfigLoaded_ = 1;
+      ZyrBasString defaultFolder, privateFolder;
+      if (ZyrSucceeded(ZyrDefaultLogFolder(defaultFolder)) &&
+          ZyrSucceeded(ZyrPrivateConfigFolder(privateFolder)))
+        (void)LoadFromFile(kZyrPrivateConfigName, privateFolder, defaultFolder);
+    }
+  }
+  return LoadFromFile(fileName, configFolder, logFolder);
+}
+
+ZyrResult ZyrLogManager::ReloadConfig() {
+  ZyrBasNameMap<ZyrCfgSource> copy;
+  {
+    ZyrBasLockGuard guard(lock_);
+    for (auto& e : sources_) {
+      ZyrCfgSource s;
+      s.lastWrite = e.value.lastWrite;
+      ZyrResult r = s.fileName.Assign(e.value.fileName);
+      if (ZyrSucceeded(r)) r = s.fullPath.Assign(e.value.fullPath);
+      if (ZyrSucceeded(r)) r = s.logFolder.Assign(e.value.logFolder);
+      if (ZyrSucceeded(r)) r = copy.Insert(e.name, static_cast<ZyrCfgSource&&>(s));
+      if (ZyrFailed(r)) return r;
+    }
+  }
+  // A file that cannot be read or built leaves the others untouched.
+  for (auto& e : copy) {
+    ZyrCfgDocument document;
+    if (ZyrSucceeded(document.LoadFile(e.value.fullPath.Text())))
+      (void)ApplyDocument(document, e.value.logFolder);
+  }
+  return ZYR_OK;
+}
+
+// Saving collects the configuration from the living objects and prints it
+// with the configuration writer, which is not built yet.
 ZyrResult ZyrLogManager::SaveConfigFile(const char16_t*, bool) { return ZYR_E_NOT_IMPLEMENTED; }
 ZyrResult ZyrLogManager::GetConfigText(ZyrBasString&) { return ZYR_E_NOT_IMPLEMENTED; }
-ZyrResult ZyrLogManager::ReloadConfig() { return ZYR_E_NOT_IMPLEMENTED; }
 ZyrResult ZyrLogManager::StartDispatcher() { return hierarchy_.dispatcher->Start(); }
 void ZyrLogManager::StopDispatcher() { hierarchy_.dispatcher->Stop(); }

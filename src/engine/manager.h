@@ -14,6 +14,7 @@
 #include "base/lock.h"
 #include "base/string.h"
 #include "config/document.h"
+#include "config/locations.h"
 #include "engine/logger.h"
 #include "layout/layout.h"
 #include "zyrlog/zyrlog.h"
@@ -87,6 +88,9 @@ class ZyrLogManager {
   static ZyrResult Start(void** object);
   // The layout "defaultLayout"; the built-in configuration comes with files.
   ZyrResult ApplyDefaults();
+  // Reads one named file, remembers it among the sources and applies it.
+  ZyrResult LoadFromFile(const char16_t* fileName, const ZyrBasString& configFolder,
+                         const ZyrBasString& logFolder);
   void LockTree(ZyrLoggerNode* logger);
   void UnlockTree(ZyrLoggerNode* logger);
   static void DestroyObject(void* object);
@@ -96,6 +100,7 @@ class ZyrLogManager {
   ZyrLogAppenderRegistry appenders_;
   ZyrLogLayoutList layouts_;
   ZyrCfgDocument document_;  // the merged active configuration
+  ZyrBasNameMap<ZyrCfgSource> sources_;  // every configuration file loaded
   std::uint8_t started_ = 0;
   std::uint8_t privateConfigLoaded_ = 0;
 };

@@ -31,7 +31,9 @@ TEST(BasString, GrowthFiguresOfInlineAndHeap) {
   ZyrBasString t;
   for (int i = 0; i < 20; ++i) {
     ASSERT_EQ(t.Append(static_cast<char16_t>(u'a' + i)), ZYR_OK);
-    if (i < 15) EXPECT_TRUE(t.IsInline()) << i;
+    if (i < 15) {
+      EXPECT_TRUE(t.IsInline()) << i;
+    }
     if (i == 15) {
       EXPECT_FALSE(t.IsInline());
       EXPECT_EQ(t.Capacity(), 129u);
