@@ -1,0 +1,434 @@
+#include "base/registry.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <string>
+
+#include "base/identity.h"
+#include "test_support.h"
+
+namespace {
+
+std::u16string Str(const ZyrBasString& s) { return std::u16string(s.Text(), s.Length()); }
+
+std::u16string Rewrite32(const char16_t* parent, const char16_t* sub, ZyrBasRegRewrite* outcome) {
+  ZyrBasString out;
+  EXPECT_EQ(ZyrBasRegRewriteFor32(parent, ZYR_TERMINATED, sub, ZYR_TERMINATED, out, outcome), ZYR_OK);
+  return Str(out);
+}
+
+TEST(RegistryNames, ThirtyTwoBitViewInsertsTheNodeWhereTheSystemKeepsIt) {
+  ZyrBasRegRewrite o;
+  EXPECT_EQ(Rewrite32(u"\\REGISTRY\\MACHINE", u"SOFTWARE\\Foo", &o),
+            u"\\REGISTRY\\MACHINE\\SOFTWARE\\Wow6432Node\\Foo");
+  EXPECT_EQ(o, ZYR_REG_REWRITE_ABSOLUTE);
+  // Case of the parent does not matter, and the insertion keeps the text's own.
+  EXPECT_EQ(Rewrite32(u"\\registry\\machine\\software", u"Foo", &o),
+            u"\\registry\\machine\\software\\Wow6432Node\\Foo");
+  EXPECT_EQ(Rewrite32(u"\\REGISTRY\\USER\\S-1-5-21-1_CLASSES", u"Foo", &o),
+            u"\\REGISTRY\\USER\\S-1-5-21-1_CLASSES\\Wow6432Node\\Foo");
+  EXPECT_EQ(Rewrite32(u"\\REGISTRY\\USER\\S-1-5-21-1_CLASSES", u"", &o),
+            u"\\REGISTRY\\USER\\S-1-5-21-1_CLASSES\\Wow6432Node");
+  EXPECT_EQ(Rewrite32(u"\\REGISTRY\\USER\\S-1-5-21-1", u"SOFTWARE\\CLASSES\\Foo", &o),
+            u"\\REGISTRY\\USER\\S-1-5-21-1\\SOFTWARE\\CLASSES\\Wow6432Node\\Foo");
+  EXPECT_EQ(o, ZYR_REG_REWRITE_ABSOLUTE);
+}
+
+TEST(RegistryNames, ThirtyTwoBitViewLeavesOtherNamesAlone) {
+  ZyrBasRegRewrite o;
+  EXPECT_EQ(Rewrite32(u"\\REGISTRY\\USER\\S-1-5-21-1", u"SOFTWARE\\Foo", &o), u"");
+  EXPECT_EQ(o, ZYR_REG_REWRITE_NONE);
+  EXPECT_EQ(Rewrite32(u"\\REGISTRY\\MACHINE", u"SYSTEM\\CurrentControlSet", &o), u"");
+  EXPECT_EQ(o, ZYR_REG_REWRITE_NONE);
+  EXPECT_EQ(Rewrite32(u"\\REGISTRY\\USER\\S-1-5-21-1", u"", &o), u"");
+  EXPECT_EQ(o, ZYR_REG_REWRITE_NONE);
+  // Already in the node: nothing more to insert.
+  EXPECT_EQ(Rewrite32(u"\\REGISTRY\\MACHINE\\SOFTWARE\\Wow6432Node", u"Foo", &o), u"");
+  EXPECT_EQ(o, ZYR_REG_REWRITE_NONE);
+  EXPECT_EQ(Rewrite32(u"\\REGISTRY\\MACHINE", u"SOFTWARE\\Wow6432Node\\Foo", &o), u"");
+  EXPECT_EQ(o, ZYR_REG_REWRITE_NONE);
+  // "Wow6432NodeX" is not the segment: the name is rewritten as any other.
+  EXPECT_EQ(Rewrite32(u"\\REGISTRY\\MACHINE", u"SOFTWARE\\Wow6432NodeX", &o),
+            u"\\REGISTRY\\MACHINE\\SOFTWARE\\Wow6432Node\\Wow6432NodeX");
+}
+
+TEST(RegistryNames, ThirtyTwoBitViewDropsADoubledSegment) {
+  ZyrBasRegRewrite o;
+  EXPECT_EQ(Rewrite32(u"\\REGISTRY\\MACHINE\\SOFTWARE\\Wow6432Node", u"Zyr\\Wow6432Node\\Foo", &o),
+            u"Zyr\\Foo");
+  EXPECT_EQ(o, ZYR_REG_REWRITE_RELATIVE);
+  EXPECT_EQ(Rewrite32(u"\\REGISTRY\\MACHINE\\SOFTWARE\\Wow6432Node", u"Wow6432Node", &o), u"");
+  EXPECT_EQ(o, ZYR_REG_REWRITE_RELATIVE);
+}
+
+TEST(RegistryNames, SixtyFourBitViewTakesMachineNamesOutOfTheNode) {
+  ZyrBasString out;
+  ZyrBasRegRewrite o;
+  EXPECT_EQ(ZyrBasRegRewriteFor64(u"\\REGISTRY\\MACHINE\\SOFTWARE\\wow6432node\\Foo", ZYR_TERMINATED,
+                                  true, out, &o),
+            ZYR_OK);
+  EXPECT_EQ(o, ZYR_REG_REWRITE_MACHINE);
+  EXPECT_EQ(Str(out), u"SOFTWARE\\Foo");
+  EXPECT_EQ(ZyrBasRegRewriteFor64(u"\\REGISTRY\\MACHINE\\SOFTWARE\\Wow6432NodeX", ZYR_TERMINATED, true,
+                                  out, &o),
+            ZYR_OK);
+  EXPECT_EQ(o, ZYR_REG_REWRITE_NONE);
+  EXPECT_EQ(ZyrBasRegRewriteFor64(u"\\REGISTRY\\MACHINE\\SOFTWARE\\Foo", ZYR_TERMINATED, true, out, &o),
+            ZYR_OK);
+  EXPECT_EQ(o, ZYR_REG_REWRITE_NONE);
+  EXPECT_EQ(ZyrBasRegRewriteFor64(u"\\REGISTRY\\USER\\S-1\\Foo", ZYR_TERMINATED, true, out, &o), ZYR_OK);
+  EXPECT_EQ(o, ZYR_REG_REWRITE_USER_WALK);
+  EXPECT_EQ(ZyrBasRegRewriteFor64(u"\\REGISTRY\\USER\\S-1", ZYR_TERMINATED, false, out, &o),
+            ZYR_E_NOT_IMPLEMENTED);
+}
+
+TEST(RegistryNames, ClassesNamesAreRelativeToTheirHive) {
+  ZyrBasString out;
+  bool machine = false;
+  ASSERT_EQ(ZyrBasRegClassesNameOf(u"\\REGISTRY\\Machine\\SOFTWARE\\Classes\\.txt", ZYR_TERMINATED, out,
+                                   &machine),
+            ZYR_OK);
+  EXPECT_TRUE(machine);
+  EXPECT_EQ(Str(out), u"SOFTWARE\\Classes\\.txt");
+  ASSERT_EQ(ZyrBasRegClassesNameOf(u"\\REGISTRY\\USER\\S-1-5_Classes\\.txt", ZYR_TERMINATED, out, &machine),
+            ZYR_OK);
+  EXPECT_FALSE(machine);
+  EXPECT_EQ(Str(out), u"SOFTWARE\\CLASSES\\.txt");
+  ASSERT_EQ(ZyrBasRegClassesNameOf(u"\\REGISTRY\\USER\\S-1-5\\Software\\Classes\\.txt", ZYR_TERMINATED,
+                                   out, &machine),
+            ZYR_OK);
+  EXPECT_EQ(Str(out), u"Software\\Classes\\.txt");
+  ASSERT_EQ(ZyrBasRegClassesNameOf(u"\\REGISTRY\\USER\\S-1-5_CLASSES", ZYR_TERMINATED, out, &machine), ZYR_OK);
+  EXPECT_EQ(Str(out), u"SOFTWARE\\CLASSES");
+  EXPECT_EQ(ZyrBasRegClassesNameOf(u"\\REGISTRY\\MACHINE", ZYR_TERMINATED, out, &machine),
+            ZYR_E_INVALID_ARGUMENT);
+}
+
+TEST(RegistryNames, ExpansionReplacesOnlyKnownVariables) {
+  setenv("ZYR_T_A", "/a", 1);
+  unsetenv("ZYR_T_NONE");
+  auto x = [](const char16_t* in) {
+    ZyrBasString out;
+    EXPECT_EQ(ZyrBasRegExpandString(in, ZYR_TERMINATED, out), ZYR_OK);
+    return Str(out);
+  };
+  EXPECT_EQ(x(u"%ZYR_T_A%\\b"), u"/a\\b");
+  EXPECT_EQ(x(u"x%ZYR_T_A%%ZYR_T_A%"), u"x/a/a");
+  EXPECT_EQ(x(u"%ZYR_T_NONE%\\b"), u"%ZYR_T_NONE%\\b");
+  EXPECT_EQ(x(u"%ZYR_T_NONE%ZYR_T_A%"), u"%ZYR_T_NONE/a");  // the closing "%" opens the next
+  EXPECT_EQ(x(u"50% off"), u"50% off");
+  EXPECT_EQ(x(u"%%"), u"%%");
+  unsetenv("ZYR_T_A");
+}
+
+TEST(RegistryValues, LinesParseByTypeAndBadOnesAreSkipped) {
+  const char16_t* text =
+      u"# comment\n"
+      u"  ; another\n"
+      u"\n"
+      u"ZyrDir = sz: /opt/zyr \r\n"
+      u"Local AppData=expand_sz:%HOME%\\x\n"
+      u"Count = DWORD:0x1F\n"
+      u"Big = dword:4294967296\n"  // too large: skipped
+      u"Dec = dword:42\n"
+      u"broken line\n"
+      u"Odd = qword:1\n"
+      u"@ = sz:default\n"
+      u"zyrdir = sz:second\n";
+  std::uint32_t type, number;
+  ZyrBasString data;
+  ASSERT_EQ(ZyrBasRegFindValueInText(text, ZYR_TERMINATED, u"ZYRDIR", &type, data, &number), ZYR_OK);
+  EXPECT_EQ(type, ZYR_REG_SZ);
+  EXPECT_EQ(Str(data), u"/opt/zyr");  // trimmed, and the first line of a name counts
+  ASSERT_EQ(ZyrBasRegFindValueInText(text, ZYR_TERMINATED, u"local appdata", &type, data, &number), ZYR_OK);
+  EXPECT_EQ(type, ZYR_REG_EXPAND_SZ);
+  EXPECT_EQ(Str(data), u"%HOME%\\x");
+  ASSERT_EQ(ZyrBasRegFindValueInText(text, ZYR_TERMINATED, u"Count", &type, data, &number), ZYR_OK);
+  EXPECT_EQ(type, ZYR_REG_DWORD);
+  EXPECT_EQ(number, 0x1Fu);
+  ASSERT_EQ(ZyrBasRegFindValueInText(text, ZYR_TERMINATED, u"Dec", &type, data, &number), ZYR_OK);
+  EXPECT_EQ(number, 42u);
+  EXPECT_EQ(ZyrBasRegFindValueInText(text, ZYR_TERMINATED, u"Big", &type, data, &number), ZYR_E_FILE_NOT_FOUND);
+  EXPECT_EQ(ZyrBasRegFindValueInText(text, ZYR_TERMINATED, u"Odd", &type, data, &number), ZYR_E_FILE_NOT_FOUND);
+  ASSERT_EQ(ZyrBasRegFindValueInText(text, ZYR_TERMINATED, nullptr, &type, data, &number), ZYR_OK);
+  EXPECT_EQ(Str(data), u"default");
+
+  ZyrBasString name;
+  EXPECT_EQ(ZyrBasRegParseValueLine(u"= sz:x", ZYR_TERMINATED, name, &type, data, &number), ZYR_E_INVALID_DATA);
+  EXPECT_EQ(ZyrBasRegParseValueLine(u"a = x", ZYR_TERMINATED, name, &type, data, &number), ZYR_E_INVALID_DATA);
+  EXPECT_EQ(ZyrBasRegParseValueLine(u"a = dword:", ZYR_TERMINATED, name, &type, data, &number),
+            ZYR_E_INVALID_DATA);
+  EXPECT_EQ(ZyrBasRegParseValueLine(u"a = dword:0x", ZYR_TERMINATED, name, &type, data, &number),
+            ZYR_E_INVALID_DATA);
+  EXPECT_EQ(ZyrBasRegParseValueLine(u"   ", ZYR_TERMINATED, name, &type, data, &number), ZYR_I_NOT_FOUND);
+  // The data may hold ":" and "=".
+  ASSERT_EQ(ZyrBasRegParseValueLine(u"u = sz:a=b:c", ZYR_TERMINATED, name, &type, data, &number), ZYR_OK);
+  EXPECT_EQ(Str(data), u"a=b:c");
+}
+
+// ---------------------------------------------------------------------------
+// The store in files
+
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const char* value) : name_(name) {
+    const char* old = getenv(name);
+    had_ = old != nullptr;
+    if (had_) old_ = old;
+    if (value) setenv(name, value, 1);
+    else unsetenv(name);
+  }
+  ~ScopedEnv() {
+    if (had_) setenv(name_, old_.c_str(), 1);
+    else unsetenv(name_);
+  }
+
+ private:
+  const char* name_;
+  bool had_;
+  std::string old_;
+};
+
+std::string LoginName() {
+  ZyrBasString user;
+  ZyrBasCurrentUserName(user);
+  return zyrtest::Narrow(Str(user));
+}
+
+class RegistryStore : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    root_ = zyrtest::MakeTempDir("reg");
+    env_ = new ScopedEnv("ZYR_REGISTRY_ROOT", root_.c_str());
+  }
+  void TearDown() override {
+    delete env_;
+    zyrtest::RemoveTree(root_);
+  }
+  // Writes `content` as the values of the key folder `key` ("/"-separated,
+  // below the store root).
+  void Values(const std::string& key, const std::string& content) {
+    std::string dir = root_ + "/" + key;
+    (void)!system(("mkdir -p '" + dir + "'").c_str());
+    std::ofstream(dir + "/.values", std::ios::binary) << content;
+  }
+  void Folder(const std::string& key) { (void)!system(("mkdir -p '" + root_ + "/" + key + "'").c_str()); }
+
+  std::string root_;
+  ScopedEnv* env_ = nullptr;
+};
+
+TEST_F(RegistryStore, KeysAreFoldersFoundWithoutCaseAndValuesAreRead) {
+  Values("MACHINE/software/zyr/Product", "\xEF\xBB\xBFName = sz:Caf\xC3\xA9\nType = expand_sz:%HOME%/x\nSize = dword:7\n");
+  ZyrBasRegKey key;
+  ASSERT_EQ(key.Open(u"SOFTWARE\\ZYR\\product"), ZYR_OK);
+  ZyrBasString name;
+  ASSERT_EQ(ZyrBasRegKeyName(key.Handle(), name), ZYR_OK);
+  EXPECT_EQ(Str(name), u"\\REGISTRY\\MACHINE\\software\\zyr\\Product");  // the store's spelling
+
+  ZyrBasString value;
+  std::uint32_t type = 0;
+  ASSERT_EQ(key.QueryString(u"name", value, &type), ZYR_OK);
+  EXPECT_EQ(Str(value), u"Caf\u00e9");
+  EXPECT_EQ(type, ZYR_REG_SZ);
+  ASSERT_EQ(key.QueryString(u"Type", value, &type), ZYR_OK);
+  EXPECT_EQ(Str(value), u"%HOME%/x");  // not expanded here
+  EXPECT_EQ(type, ZYR_REG_EXPAND_SZ);
+  EXPECT_EQ(key.QueryString(u"Size", value), ZYR_E_BAD_VALUE_TYPE);
+  EXPECT_EQ(key.QueryString(u"Missing", value), ZYR_E_FILE_NOT_FOUND);
+
+  std::uint32_t dword = 0;
+  std::size_t size = sizeof(dword);
+  ASSERT_EQ(ZyrBasRegReadValue(key.Handle(), u"Size", &type, &dword, &size), ZYR_OK);
+  EXPECT_EQ(type, ZYR_REG_DWORD);
+  EXPECT_EQ(dword, 7u);
+  EXPECT_EQ(size, 4u);
+  // A short buffer reports the size, terminator included.
+  char small[4];
+  size = sizeof(small);
+  EXPECT_EQ(ZyrBasRegReadValue(key.Handle(), u"Name", &type, small, &size), ZYR_E_BAD_LENGTH);
+  EXPECT_EQ(size, 10u);
+  EXPECT_TRUE(ZyrBasRegValueExists(key.Handle(), u"NAME"));
+  EXPECT_FALSE(ZyrBasRegValueExists(key.Handle(), u"Nam"));
+}
+
+TEST_F(RegistryStore, MissingKeysAndStoresAreKeyNotFound) {
+  Folder("MACHINE/SOFTWARE/Zyr");
+  ZyrBasRegKey key;
+  EXPECT_EQ(key.Open(u"SOFTWARE\\Zyr\\Nothing"), ZYR_E_KEY_NOT_FOUND);
+  EXPECT_EQ(key.Open(u"SOFTWARE\\None\\Deeper"), ZYR_E_KEY_NOT_FOUND);
+  EXPECT_FALSE(key.IsOpen());
+  EXPECT_TRUE(key.Exists(u"software\\zyr\\"));  // a trailing "\" is no component
+  EXPECT_FALSE(key.Exists(u"SOFTWARE\\Zyr\\.."));
+  EXPECT_EQ(key.Open(u"SOFTWARE\\..\\SOFTWARE"), ZYR_E_INVALID_NAME);
+
+  // A failed open leaves an open key as it was.
+  ASSERT_EQ(key.Open(u"SOFTWARE"), ZYR_OK);
+  EXPECT_EQ(key.Open(u"SOFTWARE\\Missing"), ZYR_E_KEY_NOT_FOUND);
+  ASSERT_TRUE(key.IsOpen());
+  ZyrBasString name;
+  ASSERT_EQ(ZyrBasRegKeyName(key.Handle(), name), ZYR_OK);
+  EXPECT_EQ(Str(name), u"\\REGISTRY\\MACHINE\\SOFTWARE");
+
+  // A key folder without a values file is a key without values.
+  ZyrBasString value;
+  EXPECT_EQ(key.QueryString(u"x", value), ZYR_E_FILE_NOT_FOUND);
+
+  ScopedEnv gone("ZYR_REGISTRY_ROOT", (root_ + "/absent").c_str());
+  ZyrBasRegKey other;
+  EXPECT_EQ(other.Open(u"SOFTWARE"), ZYR_E_KEY_NOT_FOUND);
+}
+
+TEST_F(RegistryStore, ChildKeysOpenBelowTheirParent) {
+  Values("MACHINE/SOFTWARE/Zyr/Sub", "v = sz:child\n");
+  ZyrBasRegKey parent, child;
+  ASSERT_EQ(parent.Open(u"SOFTWARE\\Zyr"), ZYR_OK);
+  child.SetParent(&parent);
+  ASSERT_EQ(child.Open(u"sub"), ZYR_OK);
+  ZyrBasString value;
+  ASSERT_EQ(child.QueryString(u"v", value), ZYR_OK);
+  EXPECT_EQ(Str(value), u"child");
+  // With a parent, the view may only be repeated.
+  EXPECT_EQ(child.SetViewFlags(ZYR_REG_VIEW_DEFAULT), ZYR_OK);
+  EXPECT_EQ(child.SetViewFlags(ZYR_REG_VIEW_64), ZYR_E_NOT_SUPPORTED);
+}
+
+TEST_F(RegistryStore, CurrentUserIsTheAccountsFolderElseDefault) {
+  Values("USER/.DEFAULT/Software/Zyr", "who = sz:default\n");
+  ZyrBasRegKey key;
+  ASSERT_EQ(key.SetRoot(ZYR_HKEY_CURRENT_USER), ZYR_OK);
+  ASSERT_EQ(key.Open(u"Software\\Zyr"), ZYR_OK);
+  ZyrBasString value;
+  ASSERT_EQ(key.QueryString(u"who", value), ZYR_OK);
+  EXPECT_EQ(Str(value), u"default");
+
+  std::string login = LoginName();
+  if (login.empty()) GTEST_SKIP() << "the account has no name";
+  Values("USER/" + login + "/Software/Zyr", "who = sz:mine\n");
+  ZyrBasRegKey mine;
+  ASSERT_EQ(mine.SetRoot(ZYR_HKEY_CURRENT_USER), ZYR_OK);
+  ASSERT_EQ(mine.Open(u"Software\\Zyr"), ZYR_OK);
+  ASSERT_EQ(mine.QueryString(u"who", value), ZYR_OK);
+  EXPECT_EQ(Str(value), u"mine");
+  // The same key through HKEY_USERS.
+  ZyrBasRegKey users;
+  ASSERT_EQ(users.SetRoot(ZYR_HKEY_USERS), ZYR_OK);
+  EXPECT_TRUE(users.Exists((zyrtest::U16(login) + u"\\Software\\Zyr").c_str()));
+}
+
+TEST_F(RegistryStore, ThirtyTwoBitViewReadsTheNodeBelowSoftwareOnly) {
+  Values("MACHINE/SOFTWARE/Wow6432Node/ZYR/Admin", "d = sz:32\n");
+  Values("MACHINE/SOFTWARE/ZYR/Admin", "d = sz:64\n");
+  Values("MACHINE/SYSTEM/Zyr", "d = sz:system\n");
+  ZyrBasString value;
+  ZyrBasRegKey k32;
+  ASSERT_EQ(k32.SetViewFlags(ZYR_REG_VIEW_32), ZYR_OK);
+  ASSERT_EQ(k32.Open(u"SOFTWARE\\ZYR\\Admin"), ZYR_OK);
+  ASSERT_EQ(k32.QueryString(u"d", value), ZYR_OK);
+  EXPECT_EQ(Str(value), u"32");
+  EXPECT_EQ(k32.SetViewFlags(ZYR_REG_VIEW_64), ZYR_E_NOT_SUPPORTED);  // open: only the same view
+  EXPECT_EQ(k32.SetViewFlags(ZYR_REG_VIEW_32), ZYR_OK);
+  ASSERT_EQ(k32.Open(u"SYSTEM\\Zyr"), ZYR_OK);
+  ASSERT_EQ(k32.QueryString(u"d", value), ZYR_OK);
+  EXPECT_EQ(Str(value), u"system");
+
+  ZyrBasRegKey k64;
+  ASSERT_EQ(k64.SetViewFlags(ZYR_REG_VIEW_64), ZYR_OK);
+  ASSERT_EQ(k64.Open(u"SOFTWARE\\ZYR\\Admin"), ZYR_OK);
+  ASSERT_EQ(k64.QueryString(u"d", value), ZYR_OK);
+  EXPECT_EQ(Str(value), u"64");
+}
+
+TEST_F(RegistryStore, SixtyFourBitRulesOfA32BitProcessOpenOutsideTheNode) {
+  Values("MACHINE/SOFTWARE/ZYR/Admin", "d = sz:64\n");
+  Values("USER/u1/Software/A/B", "d = sz:walked\n");
+  ZyrBasRegKeyState state;
+  state.is64BitProcess = false;
+  state.isWow64Process = true;
+  ZyrBasRegHandle h = 0, name = 0;
+  ASSERT_EQ(ZyrBasRegOpenKey(state, ZYR_HKEY_LOCAL_MACHINE, &h, u"SOFTWARE\\Wow6432Node\\ZYR\\Admin",
+                             ZYR_KEY_READ | ZYR_KEY_WOW64_64KEY | ZYR_REG_OPTION_LEAVE_32),
+            ZYR_OK);
+  ZyrBasString text;
+  ASSERT_EQ(ZyrBasRegKeyName(h, text), ZYR_OK);
+  EXPECT_EQ(Str(text), u"\\REGISTRY\\MACHINE\\SOFTWARE\\ZYR\\Admin");
+  ZyrBasRegCloseKey(h);
+  // Without the option the name is taken as it stands.
+  EXPECT_EQ(ZyrBasRegOpenKey(state, ZYR_HKEY_LOCAL_MACHINE, &h, u"SOFTWARE\\Wow6432Node\\ZYR\\Admin",
+                             ZYR_KEY_READ),
+            ZYR_E_PATH_NOT_FOUND);
+  ASSERT_EQ(ZyrBasRegOpenKey(state, ZYR_HKEY_USERS, &h, u"u1\\Software\\A\\B",
+                             ZYR_KEY_READ | ZYR_REG_OPTION_LEAVE_32),
+            ZYR_OK);
+  ASSERT_EQ(ZyrBasRegKeyName(h, text), ZYR_OK);
+  EXPECT_EQ(Str(text), u"\\REGISTRY\\USER\\u1\\Software\\A\\B");
+  ZyrBasRegCloseKey(h);
+  EXPECT_EQ(ZyrBasRegOpenKey(state, ZYR_HKEY_USERS, &name, u"", ZYR_KEY_READ | ZYR_REG_OPTION_LEAVE_32),
+            ZYR_E_NOT_IMPLEMENTED);
+}
+
+TEST_F(RegistryStore, StoreIsReadOnlyAndRootsAreCached) {
+  Folder("MACHINE/SOFTWARE");
+  ZyrBasRegKeyState state;
+  ZyrBasRegHandle h = 0;
+  EXPECT_EQ(ZyrBasRegOpenKey(state, ZYR_HKEY_LOCAL_MACHINE, &h, u"SOFTWARE", ZYR_KEY_ALL_ACCESS),
+            ZYR_E_ACCESS_DENIED);
+  // The root itself came up for reading.
+  ZyrBasRegHandle root = ZYR_HKEY_LOCAL_MACHINE, again = ZYR_HKEY_LOCAL_MACHINE;
+  ASSERT_EQ(ZyrBasRegResolveRoot(state, &root), ZYR_OK);
+  ASSERT_EQ(ZyrBasRegResolveRoot(state, &again), ZYR_OK);
+  EXPECT_EQ(root, again);
+  EXPECT_FALSE(ZyrBasRegIsPredefined(root));
+  ZyrBasRegHandle none = 0;
+  EXPECT_EQ(ZyrBasRegResolveRoot(state, &none), ZYR_E_INVALID_HANDLE);
+  EXPECT_EQ(ZyrBasRegReadValue(ZYR_HKEY_LOCAL_MACHINE, u"x", nullptr, nullptr, nullptr), ZYR_E_INVALID_HANDLE);
+  // A key opened without the right to read values may not read them.
+  ASSERT_EQ(ZyrBasRegOpenKey(state, ZYR_HKEY_LOCAL_MACHINE, &h, u"SOFTWARE", 0x8), ZYR_OK);
+  std::size_t size = 0;
+  EXPECT_EQ(ZyrBasRegReadValue(h, u"x", nullptr, nullptr, &size), ZYR_E_ACCESS_DENIED);
+  ZyrBasRegCloseKey(h);
+}
+
+TEST_F(RegistryStore, ClassesRootMergesUserOverMachine) {
+  Values("MACHINE/SOFTWARE/Classes/.zyr", "@ = sz:machine\nOnlyMachine = sz:m\n");
+  Values("USER/.DEFAULT/Software/Classes/.zyr", "@ = sz:user\n");
+  Values("MACHINE/SOFTWARE/Classes/.mach", "@ = sz:machine only\n");
+  ZyrBasRegKey key;
+  ASSERT_EQ(key.SetRoot(ZYR_HKEY_CLASSES_ROOT), ZYR_OK);
+  EXPECT_EQ(key.OptionFlags() & ZYR_REG_OPT_CLASSES, ZYR_REG_OPT_CLASSES);
+  ASSERT_EQ(key.Open(u".zyr"), ZYR_OK);
+  ZyrBasString value;
+  ASSERT_EQ(key.QueryString(nullptr, value), ZYR_OK);
+  EXPECT_EQ(Str(value), u"user");
+  ASSERT_EQ(key.QueryString(u"OnlyMachine", value), ZYR_OK);  // falls through
+  EXPECT_EQ(Str(value), u"m");
+  EXPECT_EQ(key.QueryString(u"Neither", value), ZYR_E_FILE_NOT_FOUND);
+  ASSERT_EQ(key.Open(u".mach"), ZYR_OK);  // no user key: the machine's
+  ASSERT_EQ(key.QueryString(u"", value), ZYR_OK);
+  EXPECT_EQ(Str(value), u"machine only");
+
+  ASSERT_EQ(key.SetRoot(ZYR_HKEY_LOCAL_MACHINE), ZYR_OK);
+  EXPECT_EQ(key.OptionFlags() & ZYR_REG_OPT_CLASSES, 0u);
+}
+
+TEST(RegistryKey, ViewAndRootRules) {
+  ZyrBasRegKey key;
+  EXPECT_EQ(key.SetViewFlags(3), ZYR_E_INVALID_ARGUMENT);
+  ASSERT_EQ(key.SetRoot(ZYR_HKEY_CLASSES_ROOT), ZYR_OK);
+  EXPECT_EQ(key.SetViewFlags(ZYR_REG_VIEW_PROCESS), ZYR_E_BAD_ROOT_KEY);
+  ASSERT_EQ(key.SetRoot(ZYR_HKEY_USERS), ZYR_OK);
+  ASSERT_EQ(key.SetViewFlags(ZYR_REG_VIEW_PROCESS), ZYR_OK);
+  // The process view keeps its root to the machine and the users.
+  EXPECT_EQ(key.SetRoot(ZYR_HKEY_CURRENT_USER), ZYR_E_BAD_ROOT_KEY);
+  EXPECT_EQ(key.Root(), ZYR_HKEY_USERS);
+  EXPECT_EQ(key.SetRoot(ZYR_HKEY_LOCAL_MACHINE), ZYR_OK);
+  if (ZyrBasRegViewsExist()) EXPECT_EQ(key.SetViewFlags(ZYR_REG_VIEW_32), ZYR_OK);
+  else EXPECT_EQ(key.SetViewFlags(ZYR_REG_VIEW_32), ZYR_E_NO_WOW64_VIEW);
+  ZyrBasString value;
+  EXPECT_EQ(key.QueryString(u"x", value), ZYR_E_INVALID_HANDLE);  // closed
+}
+
+}  // namespace
