@@ -56,7 +56,11 @@ enum ZyrBasProductDirectoryKind : std::uint32_t {
 ZyrResult ZyrBasGetFolder(std::uint32_t id, ZyrBasString& path);
 
 // The directory of a product, normalised to a full path: the root of the
-// kind, with the version glued behind it, and `subpath` joined.
+// kind, with the version glued behind it, and `subpath` joined. The
+// install-time kinds read their root from the key store (an expand_sz
+// value is expanded); a missing store or key gives ZYR_E_KEY_NOT_FOUND, a
+// missing value ZYR_E_FILE_NOT_FOUND, an empty one ZYR_E_PATH_NOT_FOUND.
+// Kinds of 11 or more give ZYR_E_NOT_IMPLEMENTED.
 ZyrResult ZyrBasProductDirectory(std::uint32_t kind, ZyrBasString& path, const char16_t* subpath,
                                  const char16_t* version);
 

@@ -7,7 +7,9 @@
 #include <fstream>
 #include <string>
 
+#include "base/folders.h"
 #include "base/identity.h"
+#include "base/path.h"
 #include "test_support.h"
 
 namespace {
@@ -429,6 +431,85 @@ TEST(RegistryKey, ViewAndRootRules) {
   else EXPECT_EQ(key.SetViewFlags(ZYR_REG_VIEW_32), ZYR_E_NO_WOW64_VIEW);
   ZyrBasString value;
   EXPECT_EQ(key.QueryString(u"x", value), ZYR_E_INVALID_HANDLE);  // closed
+}
+
+// ---------------------------------------------------------------------------
+// Product directories and known folders read the store first
+
+std::u16string Product(std::uint32_t kind, const char16_t* subpath, const char16_t* version,
+                       ZyrResult expected = ZYR_OK) {
+  ZyrBasString path;
+  EXPECT_EQ(ZyrBasProductDirectory(kind, path, subpath, version), expected) << kind;
+  return Str(path);
+}
+
+TEST_F(RegistryStore, ProductDirectoriesComeFromTheStore) {
+  Values("MACHINE/System/CurrentControlSet/Services/zyr/Zyr/OPH2015", "ZyrAllUsersDir = sz:/srv/zyr/data/\n");
+  EXPECT_EQ(Product(ZYR_DIR_ALL_USERS, u"log", u"\\OPH2015"), u"\\srv\\zyr\\data\\log");
+  EXPECT_EQ(Product(ZYR_DIR_ALL_USERS, nullptr, u"\\OPH2015"), u"\\srv\\zyr\\data\\");
+
+  ScopedEnv base("ZYR_T_BASE", "/opt/zyr");
+  Values("MACHINE/System/CurrentControlSet/Services/zyr/Zyr2014",
+         "ZyrDir = expand_sz:%ZYR_T_BASE%/bin\nZyrAllUsersDir = sz:/var/lib/zyr\n");
+  EXPECT_EQ(Product(ZYR_DIR_INSTALL, nullptr, u"2014"), u"\\opt\\zyr\\bin");
+  EXPECT_EQ(Product(ZYR_DIR_DATABASE, u"base", nullptr), u"\\var\\lib\\zyr\\avi\\base");
+
+  // The admin keys are read in the 32-bit view, the framework's in the
+  // 64-bit one.
+  Values(ZyrBasRegViewsExist() ? "MACHINE/SOFTWARE/Wow6432Node/ZYR/ZyrAdmin2014" : "MACHINE/SOFTWARE/ZYR/ZyrAdmin2014",
+         "AdminCommonDir = sz:/opt/admin\nAdminServerInstDir = dword:1\n");
+  Values("MACHINE/SOFTWARE/ZYR/Framework/0", "Dir = sz:/opt/fw\n");
+  Values("MACHINE/SOFTWARE/ZYR/Setup", "Dir = sz:/opt/setup\n");
+  EXPECT_EQ(Product(ZYR_DIR_ADMIN_COMMON, nullptr, nullptr), u"\\opt\\admin");
+  EXPECT_EQ(Product(ZYR_DIR_FRAMEWORK, nullptr, nullptr), u"\\opt\\fw");
+  EXPECT_EQ(Product(ZYR_DIR_SETUP, u"x", nullptr), u"\\opt\\setup\\x");
+
+  Product(ZYR_DIR_ADMIN_SERVER, nullptr, nullptr, ZYR_E_BAD_VALUE_TYPE);
+  Product(ZYR_DIR_ADMIN_ALL_USERS, nullptr, nullptr, ZYR_E_FILE_NOT_FOUND);
+  Product(ZYR_DIR_QUA_COMMON, nullptr, nullptr, ZYR_E_KEY_NOT_FOUND);
+  Product(ZYR_DIR_INSTALL, nullptr, u"\\OPH2015", ZYR_E_FILE_NOT_FOUND);
+  Product(11, nullptr, nullptr, ZYR_E_NOT_IMPLEMENTED);
+
+  ScopedEnv gone("ZYR_REGISTRY_ROOT", (root_ + "/absent").c_str());
+  Product(ZYR_DIR_ALL_USERS, u"log", u"\\OPH2015", ZYR_E_KEY_NOT_FOUND);
+}
+
+std::u16string KnownFolder(std::uint32_t id, ZyrResult expected = ZYR_OK) {
+  ZyrBasString path;
+  EXPECT_EQ(ZyrBasGetFolder(id, path), expected) << id;
+  return Str(path);
+}
+
+TEST_F(RegistryStore, KnownFoldersTakeTheStoreBeforeTheEnvironment) {
+  ScopedEnv home("HOME", "/home/tester");
+  ScopedEnv local("LOCALAPPDATA", "/env/local");
+  ScopedEnv roaming("APPDATA", "/env/roaming");
+  ScopedEnv common("ALLUSERSPROFILE", nullptr);
+  // Without store values the environment answers.
+  EXPECT_EQ(KnownFolder(ZYR_FOLDER_LOCAL_APPDATA), u"/env/local");
+  EXPECT_EQ(KnownFolder(ZYR_FOLDER_COMMON_APPDATA), u"/var/lib");
+  KnownFolder(ZYR_FOLDER_DESKTOP, ZYR_E_PATH_NOT_FOUND);
+
+  const std::string shell = "Software/Microsoft/Windows/CurrentVersion/Explorer/";
+  Values("USER/.DEFAULT/" + shell + "User Shell Folders",
+         "Local AppData = expand_sz:%USERPROFILE%/.local/share\nAppData = sz:\n");
+  Values("MACHINE/" + shell + "User Shell Folders",
+         "Common AppData = expand_sz:%ZYR_T_COMMON%/zyr\nAppData = sz:/machine/unused\n");
+  Values("USER/.DEFAULT/" + shell + "Shell Folders", "AppData = sz:%USERPROFILE%/roaming\nDesktop = sz:/d\n");
+  ScopedEnv commonBase("ZYR_T_COMMON", "/srv");
+  // "%USERPROFILE%" is the profile found here, not the environment's.
+  EXPECT_EQ(KnownFolder(ZYR_FOLDER_LOCAL_APPDATA), u"/home/tester/.local/share");
+  // An empty value leads to the literal "Shell Folders" value of the same root.
+  EXPECT_EQ(KnownFolder(ZYR_FOLDER_APPDATA), u"%USERPROFILE%/roaming");
+  EXPECT_EQ(KnownFolder(ZYR_FOLDER_COMMON_APPDATA), u"/srv/zyr");  // from the machine
+  EXPECT_EQ(KnownFolder(ZYR_FOLDER_DESKTOP), u"/d");
+
+  std::string login = LoginName();
+  if (login.empty()) GTEST_SKIP() << "the account has no name";
+  Values("MACHINE/SOFTWARE/Microsoft/Windows NT/CurrentVersion/ProfileList/" + login,
+         "ProfileImagePath = sz:/profiles/" + login + "\n");
+  EXPECT_EQ(KnownFolder(ZYR_FOLDER_PROFILE), u"/profiles/" + zyrtest::U16(login));
+  EXPECT_EQ(KnownFolder(ZYR_FOLDER_LOCAL_APPDATA), u"/profiles/" + zyrtest::U16(login) + u"/.local/share");
 }
 
 }  // namespace
