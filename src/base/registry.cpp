@@ -102,7 +102,9 @@ ZyrResult FindChild(const ZyrBasString& folder, const char16_t* name, std::size_
   if (ZyrSucceeded(r)) r = path.Append(u'\\');
   if (ZyrSucceeded(r)) r = path.Append(name, length);
   if (ZyrFailed(r)) return r;
-  if (ZyrBasDirectoryExists(path.Text()) == ZYR_OK) return onDisk.Assign(name, length);
+  r = ZyrBasDirectoryExists(path.Text());
+  if (r == ZYR_OK) return onDisk.Assign(name, length);
+  if (r == ZYR_E_OUT_OF_MEMORY) return r;
 
   ZyrBasDirEnum entries;
   r = entries.Open(folder.Text(), u"*", ZYR_ENUM_DIRECTORIES | ZYR_ENUM_LINKS);
@@ -139,7 +141,8 @@ ZyrResult OpenInStore(const KeyObject* parent, const char16_t* name, std::size_t
     r = keyName.Assign(kRegistry);
     if (ZyrSucceeded(r)) r = StoreRoot(folder);
     if (ZyrFailed(r)) return r;
-    if (ZyrBasDirectoryExists(folder.Text()) != ZYR_OK) return ZYR_E_PATH_NOT_FOUND;
+    r = ZyrBasDirectoryExists(folder.Text());
+    if (r != ZYR_OK) return r == ZYR_E_OUT_OF_MEMORY ? r : ZYR_E_PATH_NOT_FOUND;
   }
   if (length > kMaxKeyNameLength) length = kMaxKeyNameLength;
 

@@ -9,6 +9,7 @@
 
 #include "base/folders.h"
 #include "base/identity.h"
+#include "base/memory.h"
 #include "base/path.h"
 #include "test_support.h"
 
@@ -282,6 +283,47 @@ TEST_F(RegistryStore, MissingKeysAndStoresAreKeyNotFound) {
   ScopedEnv gone("ZYR_REGISTRY_ROOT", (root_ + "/absent").c_str());
   ZyrBasRegKey other;
   EXPECT_EQ(other.Open(u"SOFTWARE"), ZYR_E_KEY_NOT_FOUND);
+}
+
+TEST_F(RegistryStore, FailedAllocationsAnswerOutOfMemory) {
+  Values("MACHINE/software/zyr/Product", "Name = sz:value\n");
+  bool reached = false;
+  for (long n = 0; n < 400 && !reached; ++n) {
+    ZyrBasRegKey key;
+    ZyrBasString value;
+    ZyrBasTestFailAllocationsAfter(n);
+    ZyrResult r = key.Open(u"SOFTWARE\\ZYR\\product");
+    if (ZyrSucceeded(r)) r = key.QueryString(u"Name", value);
+    ZyrBasTestFailAllocationsAfter(-1);
+    if (r == ZYR_OK) {
+      EXPECT_EQ(Str(value), u"value");
+      reached = true;
+    } else {
+      EXPECT_EQ(r, ZYR_E_OUT_OF_MEMORY) << n;
+    }
+  }
+  EXPECT_TRUE(reached);
+
+  // The same for the folders built on the store.
+  Values("MACHINE/SYSTEM/CurrentControlSet/Services/Zyr/Zyr/OPH2015", "ZyrAllUsersDir = sz:/srv/zyr\n");
+  Values("USER/.DEFAULT/Software/Microsoft/Windows/CurrentVersion/Explorer/User Shell Folders",
+         "Local AppData = expand_sz:%USERPROFILE%/local\n");
+  reached = false;
+  for (long n = 0; n < 2000 && !reached; ++n) {
+    ZyrBasString product, local;
+    ZyrBasTestFailAllocationsAfter(n);
+    ZyrResult r = ZyrBasProductDirectory(ZYR_DIR_ALL_USERS, product, u"log", u"\\OPH2015");
+    if (ZyrSucceeded(r)) r = ZyrBasGetFolder(ZYR_FOLDER_LOCAL_APPDATA, local);
+    ZyrBasTestFailAllocationsAfter(-1);
+    if (r == ZYR_OK) {
+      EXPECT_EQ(Str(product), u"\\srv\\zyr\\log");
+      EXPECT_EQ(local.Length() > 6 ? Str(local).substr(local.Length() - 6) : u"", u"/local");
+      reached = true;
+    } else {
+      EXPECT_EQ(r, ZYR_E_OUT_OF_MEMORY) << n;
+    }
+  }
+  EXPECT_TRUE(reached);
 }
 
 TEST_F(RegistryStore, ChildKeysOpenBelowTheirParent) {
