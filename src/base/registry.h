@@ -78,7 +78,10 @@ inline constexpr std::uint32_t ZYR_KEY_READ = 0x20019;
 inline constexpr std::uint32_t ZYR_KEY_ALL_ACCESS = 0xF003F;
 inline constexpr std::uint32_t ZYR_KEY_WOW64_64KEY = 0x100;
 inline constexpr std::uint32_t ZYR_KEY_WOW64_32KEY = 0x200;
+// Create a missing key: never done by this read-only store.
 inline constexpr std::uint32_t ZYR_REG_OPTION_CREATE = 0x10000000;
+// In a 32-bit process, take the name out of the 32-bit node by the rules of
+// the 64-bit view (ZyrBasRegRewriteFor64).
 inline constexpr std::uint32_t ZYR_REG_OPTION_LEAVE_32 = 0x20000000;
 
 // View flags of ZyrBasRegKey: the low four bits select the view.
