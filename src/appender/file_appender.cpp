@@ -1,0 +1,230 @@
+#include "appender/file_appender.h"
+
+#include <bit>
+#include <cstring>
+
+#include "base/path.h"
+#include "base/textconv.h"
+#include "config/document.h"
+
+namespace {
+
+// Room for an ordinary line with its terminator, so that such a line needs
+// no allocation.
+constexpr std::size_t kLineReserve = 1025;
+
+constexpr unsigned char kUtf8Mark[3] = {0xef, 0xbb, 0xbf};
+constexpr unsigned char kUtf16Mark[2] = {0xff, 0xfe};
+
+// UTF-16 files are written as the characters stand in memory.
+static_assert(std::endian::native == std::endian::little, "UTF-16 log files are little-endian");
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// ZyrLogFileWriter
+
+ZyrResult ZyrLogFileWriter::OpenLogFile(const char16_t* path, bool allowDelete, bool createFresh) {
+  if (file_.IsOpen()) {
+    (void)file_.Close();
+    encoding_ = ZYR_LOG_ENCODING_NONE;
+  }
+  ZyrResult r = lineBuffer_.Reserve(kLineReserve + 1);
+  if (ZyrSucceeded(r)) r = encodedBuffer_.Reserve(3 * kLineReserve);  // UTF-8 of such a line
+  if (ZyrFailed(r)) return r;
+  std::uint32_t share = ZYR_FILE_SHARE_READ | ZYR_FILE_SHARE_WRITE;
+  if (allowDelete) share |= ZYR_FILE_SHARE_DELETE;
+
+  if (createFresh) {
+    // A new inode made under a temporary name and renamed into place, never
+    // over an existing file: the file's creation time is now, whoever wins a
+    // race to create it. The temporary file gets its creation time (birth
+    // time, or the stored one) when it is made, and the rename keeps it.
+    ZyrBasString folder, temp, tempPath;
+    r = ZyrBasPathDirectory(folder, path);
+    if (ZyrSucceeded(r)) r = ZyrBasMakeTempName(temp);
+    if (ZyrSucceeded(r)) r = ZyrBasPathJoin(tempPath, folder.Text(), folder.Length(), temp.Text());
+    if (ZyrFailed(r)) return r;
+    ZyrBasFile fresh;
+    if (ZyrSucceeded(fresh.Open(tempPath.Text(), ZYR_FILE_CREATE_NEW, ZYR_FILE_WRITE, share,
+                                ZYR_FILE_SHARED_BY_ALL))) {
+      (void)fresh.Close();
+      // A failure means that the file exists already: it keeps its time.
+      if (ZyrFailed(ZyrBasMoveFileNoReplace(tempPath.Text(), path)))
+        (void)ZyrBasDeleteFile(tempPath.Text(), 0);
+    }
+  }
+
+  // Not opened for appending: the mark goes to offset 0, and each line is
+  // placed at the end by the system at the moment of its write.
+  r = file_.Open(path, ZYR_FILE_OPEN_ALWAYS, ZYR_FILE_READ | ZYR_FILE_WRITE, share,
+                 ZYR_FILE_SHARED_BY_ALL);
+  if (ZyrFailed(r)) return r;
+
+  unsigned char head[3] = {};
+  std::size_t got = 0;
+  r = file_.ReadAt(0, head, sizeof head, &got);
+  if (ZyrFailed(r)) got = 0;
+  encoding_ = ZYR_LOG_ENCODING_UTF8;
+  markMissing_ = false;
+  if (got >= 2 && head[0] == kUtf16Mark[0] && head[1] == kUtf16Mark[1]) {
+    encoding_ = ZYR_LOG_ENCODING_UTF16;
+  } else if (got == 0) {
+    markMissing_ = true;  // an empty file (or one that can't be read) gets the UTF-8 mark
+  }
+  // A non-empty file without a mark keeps its bytes and is continued as
+  // UTF-8: the mark would overwrite what it starts with.
+  return ZYR_OK;
+}
+
+ZyrResult ZyrLogFileWriter::WriteMark() {
+  if (!markMissing_) return ZYR_OK;  // the mark is in place already
+  // At offset 0, not at the end: another process that opened the empty file
+  // at the same time writes the same bytes at the same place.
+  const unsigned char* mark = encoding_ == ZYR_LOG_ENCODING_UTF16 ? kUtf16Mark : kUtf8Mark;
+  std::size_t count = encoding_ == ZYR_LOG_ENCODING_UTF16 ? sizeof kUtf16Mark : sizeof kUtf8Mark;
+  std::size_t done = 0;
+  ZyrResult r = file_.WriteAt(0, mark, count, &done);
+  if (ZyrFailed(r)) return r;
+  if (done != count) return ZYR_E_DISK_FULL;
+  markMissing_ = false;
+  return ZYR_OK;
+}
+
+ZyrResult ZyrLogFileWriter::WriteLine(const char16_t* text, std::size_t length) {
+  ZyrResult r = lineBuffer_.Assign(text, length);
+  if (ZyrSucceeded(r)) r = lineBuffer_.Append(u"\r\n", 2);
+  if (ZyrFailed(r)) return r;
+  const void* bytes;
+  std::size_t count;
+  if (encoding_ == ZYR_LOG_ENCODING_UTF16) {
+    bytes = lineBuffer_.Text();
+    count = lineBuffer_.Length() * sizeof(char16_t);
+  } else {
+    r = ZyrBasEncodeUtf8(encodedBuffer_, lineBuffer_.Text(), lineBuffer_.Length());
+    if (ZyrFailed(r)) return r;
+    bytes = encodedBuffer_.begin();
+    count = encodedBuffer_.Count();
+  }
+  std::size_t done = 0;
+  r = file_.Append(bytes, count, &done);
+  if (ZyrFailed(r)) return r;
+  // A regular file takes less than the whole write only when it has no room
+  // left (disk, quota or file size limit); the caller learns that the line
+  // did not make it whole.
+  return done == count ? ZYR_OK : ZYR_E_DISK_FULL;
+}
+
+ZyrResult ZyrLogFileWriter::Size(std::int64_t* size) {
+  std::uint64_t bytes = 0;
+  ZyrResult r = file_.GetSize(&bytes);
+  if (ZyrSucceeded(r)) *size = static_cast<std::int64_t>(bytes);
+  return r;
+}
+
+ZyrResult ZyrLogFileWriter::Flush() { return file_.Flush(); }
+
+ZyrResult ZyrLogFileWriter::Truncate() { return file_.SetSize(0); }
+
+ZyrResult ZyrLogFileWriter::Close() {
+  if (!file_.IsOpen()) return ZYR_OK;
+  ZyrResult r = file_.Close();
+  encoding_ = ZYR_LOG_ENCODING_NONE;
+  return r;
+}
+
+// ---------------------------------------------------------------------------
+// ZyrLogFileBasedAppender
+
+ZyrResult ZyrLogFileBasedAppender::SetFileName(const char16_t* name, std::size_t length) {
+  if (ZyrBasPathIsAbsolute(name, length)) return fileName_.Assign(name, length);
+  return ZyrBasPathJoin(fileName_, baseFolder_.Text(), baseFolder_.Length(), name, length);
+}
+
+ZyrResult ZyrLogFileBasedAppender::FullPath(ZyrBasString& out) const {
+  ZyrBasString joined;
+  ZyrResult r = ZyrBasPathJoin(joined, baseFolder_.Text(), baseFolder_.Length(), fileName_.Text(),
+                               fileName_.Length());
+  if (ZyrFailed(r)) return r;
+  return ZyrBasFullPath(out, joined.Text(), joined.Length());
+}
+
+ZyrResult ZyrLogFileBasedAppender::ConfigureShared(ZyrCfgSection& section) {
+  ZyrCfgValueRef value;
+  ZyrResult r = section.FindValue(u"FileName", &value);
+  if (ZyrFailed(r)) return r;
+  r = SetFileName(value->text.Text(), value->text.Length());
+  if (ZyrFailed(r)) return r;
+  immediateWrite_ = 0;
+  if (ZyrSucceeded(section.FindValue(u"ImmediateWrite", &value))) {
+    // Exact words only: "TRUE" is false.
+    const ZyrBasString& text = value->text;
+    immediateWrite_ = text.Equals(u"true") || text.Equals(u"yes") || text.Equals(u"1");
+  }
+  return ZyrLogAppender::Configure(section);
+}
+
+ZyrResult ZyrLogFileBasedAppender::WriteConfig(ZyrCfgSection& section) {
+  ZyrResult r = section.SetValue(u"FileName", fileName_.Text());
+  if (ZyrSucceeded(r)) r = section.SetValue(u"ImmediateWrite", immediateWrite_ ? u"true" : u"false");
+  if (ZyrSucceeded(r)) r = ZyrLogAppender::WriteConfig(section);
+  return r;
+}
+
+ZyrResult ZyrLogFileBasedAppender::CheckType(ZyrCfgSection& section, const char16_t* expected) {
+  ZyrCfgValueRef value;
+  ZyrResult r = section.FindValue(u"AppenderType", &value);
+  if (ZyrFailed(r)) return r;
+  return value->text.Equals(expected) ? ZYR_OK : ZYR_E_WRONG_APPENDER_TYPE;
+}
+
+ZyrResult ZyrLogFileBasedAppender::WriteThrough(ZyrLogFileWriter& writer, const char16_t* text,
+                                                std::size_t length) {
+  ZyrResult r = writer.WriteLine(text, length);
+  if (ZyrSucceeded(r) && immediateWrite_) r = writer.Flush();
+  return r;
+}
+
+void ZyrLogFileBasedAppender::EnsureFolder(const ZyrBasString& path) {
+  ZyrBasString folder;
+  if (ZyrSucceeded(ZyrBasPathDirectory(folder, path.Text(), path.Length())) && !folder.Empty())
+    (void)ZyrBasCreateDirectoryTree(folder.Text());
+}
+
+// ---------------------------------------------------------------------------
+// ZyrLogFileAppender
+
+ZyrResult ZyrLogFileAppender::WriteText(const char16_t* text, std::size_t length) {
+  return WriteThrough(writer_, text, length);
+}
+
+ZyrResult ZyrLogFileAppender::OpenTarget() {
+  ZyrBasString path;
+  ZyrResult r = FullPath(path);
+  if (ZyrFailed(r)) return r;
+  EnsureFolder(path);
+  // No deletion shared: a plain log is not rolled away by anyone.
+  r = writer_.OpenLogFile(path.Text(), false, false);
+  if (ZyrFailed(r)) return r;
+  return writer_.WriteMark();
+}
+
+ZyrResult ZyrLogFileAppender::CloseTarget() { return writer_.Close(); }
+
+ZyrResult ZyrLogFileAppender::Truncate() {
+  ZyrResult r = writer_.Truncate();
+  if (ZyrSucceeded(r) && ImmediateWrite()) r = writer_.Flush();
+  return r;
+}
+
+ZyrResult ZyrLogFileAppender::Configure(ZyrCfgSection& section) {
+  ZyrResult r = CheckType(section, u"File");
+  if (ZyrFailed(r)) return r;
+  return ConfigureShared(section);
+}
+
+ZyrResult ZyrLogFileAppender::WriteConfig(ZyrCfgSection& section) {
+  ZyrResult r = section.SetValue(u"AppenderType", u"File");
+  if (ZyrSucceeded(r)) r = ZyrLogFileBasedAppender::WriteConfig(section);
+  return r;
+}

@@ -1,0 +1,116 @@
+// The log file writer, which every file appender embeds, the part that the
+// file appenders share (file name, base folder, flush policy), and the plain
+// "File" appender: one file that grows without limit.
+//
+// Log files are text with a byte order mark: new files are UTF-8 (EF BB BF);
+// a file that starts FF FE is continued in UTF-16 little-endian. Every line,
+// header and footer ends in CR LF. Lines go to the end of the file in one
+// system write each, placed by the system at the moment of the write, so
+// several processes can share one file without tearing each other's lines.
+#ifndef ZYR_APPENDER_FILE_APPENDER_H
+#define ZYR_APPENDER_FILE_APPENDER_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "appender/appender.h"
+#include "base/array.h"
+#include "base/file.h"
+#include "base/string.h"
+
+inline constexpr std::uint32_t ZYR_LOG_ENCODING_NONE = 0;  // closed
+inline constexpr std::uint32_t ZYR_LOG_ENCODING_UTF8 = 1;
+inline constexpr std::uint32_t ZYR_LOG_ENCODING_UTF16 = 2;  // little-endian
+
+class ZyrLogFileWriter {
+ public:
+  // Opens or creates `path`, read and write, readable and writable by every
+  // account when this call creates it. An open file is closed first.
+  // `allowDelete`: others may rename or remove the file while it is open.
+  // `createFresh`: a file that does not exist yet comes into being through a
+  // temporary name, so that its creation time is the time of this call.
+  // The encoding comes from the file's first bytes.
+  ZyrResult OpenLogFile(const char16_t* path, bool allowDelete, bool createFresh);
+  // The byte order mark at offset 0, for a file that has none yet.
+  ZyrResult WriteMark();
+  // The text and CR LF, encoded, in one write at the end of the file. A line
+  // that cannot become UTF-8 (a lone surrogate) gives ZYR_E_INVALID_DATA
+  // and nothing is written.
+  ZyrResult WriteLine(const char16_t* text, std::size_t length);
+  // The end-of-file position as the system reports it now, so it counts
+  // what other processes have written too.
+  ZyrResult Size(std::int64_t* size);
+  ZyrResult Flush();
+  // Sets the end of the file to 0.
+  ZyrResult Truncate();
+  // A closed writer answers 0 at once.
+  ZyrResult Close();
+
+  bool IsOpen() const { return file_.IsOpen(); }
+  std::uint32_t Encoding() const { return encoding_; }
+  // Sharing asked for at the open; the system does not enforce it.
+  std::uint32_t SharedAccess() const { return file_.SharedAccess(); }
+
+ private:
+  ZyrBasFile file_;
+  ZyrBasString lineBuffer_;           // the line with its terminator, kept between lines
+  std::uint32_t encoding_ = ZYR_LOG_ENCODING_NONE;
+  ZyrBasArray<char> encodedBuffer_;  // the line in UTF-8, kept between lines
+  bool markMissing_ = false;         // the file was empty at the open
+};
+
+class ZyrLogFileBasedAppender : public ZyrLogAppender {
+ public:
+  // The caller's log folder, given by the creator; may stay empty.
+  ZyrResult SetBaseFolder(const ZyrBasString& folder) { return baseFolder_.Assign(folder); }
+  // Drive forms ("X:", "X:\...") and two leading separators are absolute and
+  // stored as they stand; anything else is joined to the base folder, which
+  // keeps a name with one leading separator (a POSIX absolute path) as it is
+  // unless the base folder has a drive.
+  ZyrResult SetFileName(const char16_t* name, std::size_t length = ZYR_TERMINATED);
+  // The file name made absolute and normalised; it depends on the current
+  // directory when no base folder is set, so it is asked at every open.
+  ZyrResult FullPath(ZyrBasString& out) const;
+  ZyrResult WriteConfig(ZyrCfgSection& section) override;
+
+  const ZyrBasString& FileName() const { return fileName_; }
+  const ZyrBasString& BaseFolder() const { return baseFolder_; }
+  bool ImmediateWrite() const { return immediateWrite_ != 0; }
+
+ protected:
+  // Reads FileName (required), ImmediateWrite, then the base's keys; each
+  // class calls it after its own keys.
+  ZyrResult ConfigureShared(ZyrCfgSection& section);
+  // The AppenderType check of a class: ZYR_E_CFG_NOT_FOUND when absent.
+  static ZyrResult CheckType(ZyrCfgSection& section, const char16_t* expected);
+  // The line, then a flush when ImmediateWrite asks for one.
+  ZyrResult WriteThrough(ZyrLogFileWriter& writer, const char16_t* text, std::size_t length);
+  // Folder tree of `path`, made if missing; the open that follows reports a
+  // folder that could not be made.
+  static void EnsureFolder(const ZyrBasString& path);
+
+ private:
+  ZyrBasString fileName_;
+  ZyrBasString baseFolder_;
+  std::uint8_t immediateWrite_ = 0;
+};
+
+// AppenderType "File", and "SharedFile", which the creator table maps to the
+// same class and whose Configure refuses it: a plain file is shared by
+// every process anyway.
+class ZyrLogFileAppender final : public ZyrLogFileBasedAppender {
+ public:
+  ZyrResult WriteText(const char16_t* text, std::size_t length) override;
+  ZyrResult OpenTarget() override;
+  ZyrResult CloseTarget() override;
+  ZyrResult Truncate() override;
+  ZyrResult Configure(ZyrCfgSection& section) override;
+  ZyrResult WriteConfig(ZyrCfgSection& section) override;
+
+  ZyrLogFileWriter& Writer() { return writer_; }
+
+ private:
+  ZyrLogFileWriter writer_;
+};
+
+#endif
