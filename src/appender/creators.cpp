@@ -1,6 +1,8 @@
 // The creator table: which class an AppenderType value makes.
 #include "appender/appender.h"
 #include "appender/console_appender.h"
+#include "appender/file_appender.h"
+#include "appender/rolling_file_appender.h"
 #include "base/memory.h"
 
 namespace {
@@ -16,20 +18,40 @@ ZyrResult Make(ZyrLogHierarchy* hierarchy, const char16_t* name, ZyrLogAppender*
   *appender = made;
   return ZYR_OK;
 }
+
+// The file-based classes take the caller's log folder, against which a
+// relative FileName is read.
+template <class T>
+ZyrResult MakeFileBased(ZyrLogHierarchy* hierarchy, const char16_t* name,
+                        const ZyrBasString& logFolder, ZyrLogAppender** appender) {
+  ZyrLogAppender* made = nullptr;
+  ZyrResult r = Make<T>(hierarchy, name, &made);
+  if (ZyrFailed(r)) return r;
+  r = static_cast<T*>(made)->SetBaseFolder(logFolder);
+  if (ZyrFailed(r)) {
+    ZyrDelete(made);
+    return r;
+  }
+  *appender = made;
+  return ZYR_OK;
+}
 }  // namespace
 
 ZyrResult ZyrLogMakeAppender(const ZyrBasString& type, const ZyrBasString& logFolder,
                              ZyrLogHierarchy* hierarchy, const char16_t* name,
                              ZyrLogAppender** appender) {
-  (void)logFolder;
   if (type.Equals(u"Console")) return Make<ZyrLogConsoleAppender>(hierarchy, name, appender);
   // "Syslog" makes a Null appender, whose Configure then refuses the type:
   // no syslog protocol exists in this library.
   if (type.Equals(u"Null") || type.Equals(u"Syslog"))
     return Make<ZyrLogNullAppender>(hierarchy, name, appender);
-  // The file-based classes come with the file layer.
-  if (type.Equals(u"RollingFile") || type.Equals(u"RollingDateFile") || type.Equals(u"File") ||
-      type.Equals(u"SharedFile"))
-    return ZYR_E_NOT_IMPLEMENTED;
+  if (type.Equals(u"RollingFile"))
+    return MakeFileBased<ZyrLogRollingFileAppender>(hierarchy, name, logFolder, appender);
+  // "SharedFile" has no class of its own: it makes a File appender, whose
+  // Configure then refuses the type.
+  if (type.Equals(u"File") || type.Equals(u"SharedFile"))
+    return MakeFileBased<ZyrLogFileAppender>(hierarchy, name, logFolder, appender);
+  // The date-rolling class is not built yet.
+  if (type.Equals(u"RollingDateFile")) return ZYR_E_NOT_IMPLEMENTED;
   return ZYR_E_APPENDER_NOT_FOUND;
 }

@@ -1,0 +1,33 @@
+#include "appender/file_lock.h"
+
+#include "base/assert.h"
+#include "base/file_lock.h"
+
+ZyrResult ZyrLogFileLock::Open(const char16_t* path) {
+  ZYR_ASSERT(state_ == ZYR_LOCK_CLOSED);
+  ZyrResult r = file_.Open(path, ZYR_FILE_OPEN_ALWAYS, ZYR_FILE_READ | ZYR_FILE_WRITE,
+                           ZYR_FILE_SHARE_READ | ZYR_FILE_SHARE_WRITE,
+                           ZYR_FILE_ASYNCHRONOUS | ZYR_FILE_SHARED_BY_ALL);
+  if (ZyrFailed(r)) return r;
+  state_ = ZYR_LOCK_OPEN;
+  return ZYR_OK;
+}
+
+ZyrResult ZyrLogFileLock::TryLock(bool exclusive) {
+  if (state_ == ZYR_LOCK_CLOSED) return ZYR_E_NOT_INITIALIZED;
+  ZyrResult r = ZyrBasTryLockFile(file_, exclusive);
+  if (ZyrSucceeded(r)) state_ = ZYR_LOCK_HELD;
+  return r;
+}
+
+void ZyrLogFileLock::Unlock() {
+  ZYR_ASSERT(state_ > ZYR_LOCK_OPEN);
+  (void)ZyrBasUnlockFile(file_);
+  state_ = ZYR_LOCK_OPEN;
+}
+
+void ZyrLogFileLock::Close() {
+  ZYR_ASSERT(state_ <= ZYR_LOCK_OPEN);
+  (void)file_.Close();
+  state_ = ZYR_LOCK_CLOSED;
+}

@@ -1,0 +1,41 @@
+// ZyrLogFileLock: the lock between processes that lets one process at a time
+// roll a log. It locks the whole of an empty companion file, "<log>.lock",
+// which stays on disk beside the log; nothing is ever read from it or
+// written to it. The lock is only ever tried, never waited for, so a writer
+// in one process can't make a writer in another stand still, and a process
+// that dies holding it blocks nobody.
+#ifndef ZYR_APPENDER_FILE_LOCK_H
+#define ZYR_APPENDER_FILE_LOCK_H
+
+#include <cstdint>
+
+#include "base/file.h"
+#include "zyrlog/result.h"
+
+inline constexpr std::uint32_t ZYR_LOCK_CLOSED = 0;  // lock file not open
+inline constexpr std::uint32_t ZYR_LOCK_OPEN = 1;    // open, not locked by this object
+inline constexpr std::uint32_t ZYR_LOCK_HELD = 3;    // locked by this object
+
+class ZyrLogFileLock {
+ public:
+  // Opens or creates the lock file `path` (the log's full path with ".lock"
+  // added), readable and writable by every account. Needs State() closed.
+  ZyrResult Open(const char16_t* path);
+  // Never waits. ZYR_W_TIMEOUT while another open of the file (another
+  // process, or another appender of this one) holds it; ZYR_E_NOT_SUPPORTED
+  // where the file system can't lock, and the caller goes on alone.
+  ZyrResult TryLock(bool exclusive);
+  // Needs the lock held.
+  void Unlock();
+  // Needs the lock given back; the file stays on disk.
+  void Close();
+
+  std::uint32_t State() const { return state_; }
+  bool IsOpen() const { return state_ != ZYR_LOCK_CLOSED; }
+
+ private:
+  std::uint32_t state_ = ZYR_LOCK_CLOSED;
+  ZyrBasFile file_;
+};
+
+#endif

@@ -1,0 +1,66 @@
+// ZyrLogRollingFileAppender, AppenderType "RollingFile": a log of bounded
+// size. When the live file has outgrown Size it is moved aside as
+// "<log>.1", older numbers move up by one, the number FilesCount goes, and
+// the next event starts a new live file.
+//
+// Several processes may write one such log at once. Lines need no
+// coordination (the system appends each in one write); only the holder of
+// the lock on "<log>.lock" renames anything, nobody waits for that lock, and
+// the holder checks under it that the live file is still the one that grew
+// too big, so that two processes passing the limit together roll once.
+#ifndef ZYR_APPENDER_ROLLING_FILE_APPENDER_H
+#define ZYR_APPENDER_ROLLING_FILE_APPENDER_H
+
+#include <cstdint>
+
+#include "appender/file_appender.h"
+#include "appender/file_lock.h"
+
+inline constexpr std::int64_t kZyrLogDefaultRollSize = 0x100000;
+inline constexpr std::uint64_t kZyrLogDefaultFilesCount = 10;
+
+class ZyrLogRollingFileAppender final : public ZyrLogFileBasedAppender {
+ public:
+  ZyrResult WriteText(const char16_t* text, std::size_t length) override;
+  // Writes, then rolls when the live file is above Size.
+  ZyrResult Append(ZyrLogEvent& event, const char16_t* text, std::size_t length) override;
+  // Opens the lock file once, then the live file, shared for renaming.
+  ZyrResult OpenTarget() override;
+  // The live file only; the lock file stays open until Release.
+  ZyrResult CloseTarget() override;
+  ZyrResult Release() override;
+  // Size (signed), FilesCount (unsigned; a leading "-" fails), then the
+  // shared keys. A lowered FilesCount removes the numbers above it at once.
+  ZyrResult Configure(ZyrCfgSection& section) override;
+  ZyrResult WriteConfig(ZyrCfgSection& section) override;
+
+  // `fullPath`, ".", the index in decimal without padding; an index of more
+  // than 15 digits gives ZYR_E_BUFFER_TOO_SMALL.
+  static ZyrResult RolledName(ZyrBasString& out, const ZyrBasString& fullPath, std::uint64_t index);
+  // Moves the closed live file to number 1 after moving the chain up; with
+  // FilesCount 0 the live file is deleted instead.
+  ZyrResult Rotate();
+  // Renames `path` to a temporary name beside it, then deletes that, so the
+  // name is free at once even where a deletion waits for open handles.
+  static ZyrResult RemoveRolled(const ZyrBasString& path);
+  // Removes the numbers from FilesCount down to count + 1, then keeps count.
+  ZyrResult ShrinkTo(std::uint64_t count);
+
+  std::int64_t Size() const { return size_; }
+  std::int64_t CurrentSize() const { return currentSize_; }
+  std::uint64_t FilesCount() const { return filesCount_; }
+  const ZyrLogFileLock& FileLock() const { return fileLock_; }
+  ZyrLogFileWriter& Writer() { return writer_; }
+
+ private:
+  std::int64_t size_ = kZyrLogDefaultRollSize;
+  std::int64_t currentSize_ = 0;  // end of the live file seen after the last write
+  std::uint64_t filesCount_ = kZyrLogDefaultFilesCount;
+  ZyrLogFileWriter writer_;
+  ZyrLogFileLock fileLock_;
+  // Set while a rollover closes the file: the footer written by that close
+  // belongs to the old file and must not start a rollover of its own.
+  std::uint8_t rollClosing_ = 0;
+};
+
+#endif
