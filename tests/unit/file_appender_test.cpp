@@ -175,6 +175,25 @@ TEST_F(FileAppenderTest, FileNameImmediateWriteAndSavedKeys) {
   Make<ZyrLogFileAppender>(u"SharedFile", {{u"FileName", u"s.log"}}, ZYR_E_WRONG_APPENDER_TYPE);
 }
 
+TEST_F(FileAppenderTest, FreshFileIsMadeOnceAndNeverReplaced) {
+  WriteBytes(Path("old.log"), kMark + "kept\r\n");
+  ZyrLogFileWriter writer;
+  ASSERT_EQ(writer.OpenLogFile(U16(Path("old.log")).c_str(), true, true), ZYR_OK);
+  ASSERT_EQ(writer.WriteMark(), ZYR_OK);
+  ASSERT_EQ(writer.WriteLine(u"more", 4), ZYR_OK);
+  ASSERT_EQ(writer.OpenLogFile(U16(Path("new.log")).c_str(), true, true), ZYR_OK);
+  ASSERT_EQ(writer.WriteMark(), ZYR_OK);
+  std::int64_t size = 0;
+  ASSERT_EQ(writer.Size(&size), ZYR_OK);
+  EXPECT_EQ(size, 3);
+  ASSERT_EQ(writer.Close(), ZYR_OK);
+  EXPECT_EQ(writer.Encoding(), ZYR_LOG_ENCODING_NONE);
+  EXPECT_EQ(ReadAll(Path("old.log")), kMark + "kept\r\nmore\r\n");
+  EXPECT_EQ(ReadAll(Path("new.log")), kMark);
+  // No temporary file is left beside them.
+  EXPECT_EQ(system(("test $(ls '" + dir_ + "' | wc -l) -eq 2").c_str()), 0);
+}
+
 // ---------------------------------------------------------------------------
 // Failures of the target
 
