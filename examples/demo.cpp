@@ -59,8 +59,12 @@ int main() {
   text << in.rdbuf();
   std::string content = text.str();
   bool mark = content.compare(0, 3, "\xEF\xBB\xBF") == 0;
-  std::printf("%s: %zu bytes, %s, lines end in CR LF\n", path.c_str(), content.size(),
-              mark ? "starts with EF BB BF" : "no byte order mark");
+  bool crlf = true;
+  for (std::size_t i = 0; i < content.size(); ++i)
+    if (content[i] == '\n' && (i == 0 || content[i - 1] != '\r')) crlf = false;
+  std::printf("%s: %zu bytes, %s, %s\n", path.c_str(), content.size(),
+              mark ? "starts with EF BB BF" : "no byte order mark",
+              crlf ? "every line ends in CR LF" : "some lines lack CR LF");
   // The last lines the demo wrote.
   std::size_t from = content.size();
   for (int lines = 0; from > 0; --from)

@@ -10,10 +10,11 @@ ZyrResult ZyrLogFolder(ZyrBasString& path, std::uint32_t flags, const char16_t* 
   ZyrResult r = ZyrBasProductDirectory(kind, path, subfolder, u"\\OPH2015");
   if (ZyrFailed(r)) return r;
   r = ZyrBasCreateDirectoryTree(path.Text());
-  if (ZyrFailed(r) && r != ZYR_E_ALREADY_EXISTS) {
-    // The tree may stand already in part or whole; only a folder that is
-    // still missing is a failure.
-    if (ZyrFailed(ZyrBasDirectoryExists(path.Text()))) return r;
+  if (ZyrFailed(r)) {
+    // A folder that stands already is no failure; "already exists" for a
+    // folder that is still missing means a file stands in the way.
+    ZyrResult exists = ZyrBasDirectoryExists(path.Text());
+    if (ZyrFailed(exists)) return r == ZYR_E_ALREADY_EXISTS ? exists : r;
   }
   // The access rules of bits 0 and 1 (restricted code, low label) have no
   // meaning on this platform: log files themselves are made shareable.

@@ -112,7 +112,11 @@ ZyrResult ZyrLogManager::ApplyDefaults() {
     }
     if (ZyrFailed(r)) return r;
   }
-  return ZYR_OK;  // PENDING-DEFAULT
+  ZyrBasString logFolder;
+  ZyrResult r = ZyrDefaultLogFolder(logFolder);
+  if (ZyrFailed(r)) return r;
+  ZyrStringReader reader(kZyrBuiltInConfig);
+  return LoadConfigReader(reader, logFolder);
 }
 
 std::uint64_t ZyrLogManager::TestCreatedCount() { return g_created.load(); }

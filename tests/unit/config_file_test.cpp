@@ -1,0 +1,126 @@
+// Configuration files through a channel, the built-in default, re-reading.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <utime.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "engine/manager.h"
+#include "test_support.h"
+#include "zyrlog/zyrlog.h"
+
+namespace {
+
+std::string ReadAll(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+void WriteAll(const std::string& path, const std::string& text) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << text;
+}
+
+class ConfigFileTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = zyrtest::UsePrivateLocalAppData("cfgfile");
+    ASSERT_EQ(ZyrGetLogObject(&IID_IZyrLog, &log_), ZYR_OK);
+  }
+  void TearDown() override {
+    if (log_) ZyrReleaseLogObject(&IID_IZyrLog, log_);
+    zyrtest::RemoveTree(dir_);
+  }
+  ZyrLogger* Get(const char16_t* name) {
+    ZyrLogger* logger = nullptr;
+    EXPECT_EQ(log_->GetLogger(&logger, name), ZYR_OK);
+    return logger;
+  }
+  IZyrLog* log_ = nullptr;
+  std::string dir_;
+};
+
+}  // namespace
+
+TEST_F(ConfigFileTest, DefaultConfigurationWritesCommonLog) {
+  ZyrLogger* root = Get(u"root");
+  EXPECT_EQ(root->threshold.load(), ZYR_SEVERITY_INFO);
+  ZyrLogger* app = Get(u"demo.app");
+  ASSERT_EQ(app->LogShort(ZYR_SEVERITY_INFO, u"hello", u"main.cpp", 3, 0, 0, 0, nullptr), ZYR_OK);
+  ASSERT_EQ(log_->Flush(), ZYR_OK);
+  std::string text = ReadAll(dir_ + "/Zyr/OPH2015/log/common.log");
+  ASSERT_GE(text.size(), 3u);
+  EXPECT_EQ(text.substr(0, 3), "\xEF\xBB\xBF");
+  EXPECT_NE(text.find("[demo.app] INFO "), std::string::npos);
+  EXPECT_NE(text.find(" MSG:hello\r\n"), std::string::npos);
+  struct stat st;
+  EXPECT_EQ(stat((dir_ + "/Zyr/OPH2015/log/common.log.lock").c_str(), &st), 0);
+}
+
+TEST_F(ConfigFileTest, MissingFileFailsAndChangesNothing) {
+  ASSERT_EQ(log_->SetFolders(zyrtest::U16(dir_).c_str(), nullptr, 0), ZYR_OK);
+  EXPECT_EQ(log_->LoadConfigFile(u"nothere.cfg"), ZYR_E_FILE_NOT_FOUND);
+  EXPECT_EQ(log_->LoadConfigFile(u""), ZYR_OK);
+  EXPECT_EQ(log_->LoadConfigFile(nullptr), ZYR_OK);
+  EXPECT_EQ(Get(u"root")->threshold.load(), ZYR_SEVERITY_INFO);
+}
+
+TEST_F(ConfigFileTest, RelativeNameUsesTheChannelFolderAndReloadTakesChanges) {
+  std::string cfg = dir_ + "/app.cfg";
+  WriteAll(cfg, "\xEF\xBB\xBF[svc]\r\nAdditive = no\r\nSeverity = WARN\r\n");
+  ASSERT_EQ(log_->SetFolders(zyrtest::U16(dir_).c_str(), nullptr, 0), ZYR_OK);
+  ASSERT_EQ(log_->LoadConfigFile(u"app.cfg"), ZYR_OK);
+  ZyrLogger* svc = Get(u"svc");
+  EXPECT_EQ(svc->threshold.load(), ZYR_SEVERITY_WARN);
+
+  WriteAll(cfg, "[svc]\nAdditive = no\nSeverity = ERROR\n");
+  ZyrLogManager* m = nullptr;
+  ASSERT_EQ(ZyrLogManager::Acquire(&m), ZYR_OK);
+  EXPECT_EQ(m->ReloadConfig(), ZYR_OK);
+  EXPECT_EQ(svc->threshold.load(), ZYR_SEVERITY_ERROR);
+  // A deleted file is skipped; what it applied stays.
+  ASSERT_EQ(unlink(cfg.c_str()), 0);
+  EXPECT_EQ(m->ReloadConfig(), ZYR_OK);
+  EXPECT_EQ(svc->threshold.load(), ZYR_SEVERITY_ERROR);
+  m->Release();
+}
+
+TEST_F(ConfigFileTest, FreshChannelLoadGetsDotAndTheDefaultLogFolder) {
+  IZyrLog* other = nullptr;
+  ASSERT_EQ(ZyrGetLogObject(&IID_IZyrLog, &other), ZYR_OK);
+  EXPECT_EQ(other->LoadPrivateConfigFile(u"surely-missing.cfg"), ZYR_E_FILE_NOT_FOUND);
+  char16_t buffer[64];
+  std::uint64_t needed = 0;
+  ASSERT_EQ(other->GetPrivateConfigFolder(buffer, 63, &needed), ZYR_OK);
+  EXPECT_EQ(std::u16string(buffer), u".");
+  EXPECT_EQ(other->IsPrivateConfigured(), 1);
+  ZyrReleaseLogObject(&IID_IZyrLog, other);
+}
+
+TEST_F(ConfigFileTest, ResetGoesBackToTheBuiltInDefault) {
+  ASSERT_EQ(log_->LoadConfigText(u"[root]\nSeverity = ERROR\nAddAppenders = n\n[n]\nType = Appender\nAppenderType = Null\n"),
+            ZYR_OK);
+  EXPECT_EQ(Get(u"root")->threshold.load(), ZYR_SEVERITY_ERROR);
+  ASSERT_EQ(log_->ResetConfig(), ZYR_OK);
+  EXPECT_EQ(Get(u"root")->threshold.load(), ZYR_SEVERITY_INFO);
+  ZyrLogger* app = Get(u"after.reset");
+  ASSERT_EQ(app->LogShort(ZYR_SEVERITY_WARN, u"again", nullptr, 0, 0, 0, 0, nullptr), ZYR_OK);
+  ASSERT_EQ(log_->Flush(), ZYR_OK);
+  EXPECT_NE(ReadAll(dir_ + "/Zyr/OPH2015/log/common.log").find("MSG:again\r\n"), std::string::npos);
+}
+
+TEST(ConfigFileFailure, LogFolderThatCannotBeMadeFailsTheObject) {
+  std::string dir = zyrtest::MakeTempDir("nofolder");
+  std::string blocker = dir + "/file";
+  WriteAll(blocker, "x");
+  setenv("LOCALAPPDATA", blocker.c_str(), 1);  // a file where a folder must go
+  IZyrLog* log = nullptr;
+  ZyrResult r = ZyrGetLogObject(&IID_IZyrLog, &log);
+  EXPECT_TRUE(ZyrFailed(r));
+  EXPECT_EQ(log, nullptr);
+  zyrtest::RemoveTree(dir);
+}
