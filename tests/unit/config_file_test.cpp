@@ -1,6 +1,8 @@
 // Configuration files through a channel, the built-in default, re-reading.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <utime.h>
 
 #include <fstream>
@@ -122,5 +124,68 @@ TEST(ConfigFileFailure, LogFolderThatCannotBeMadeFailsTheObject) {
   ZyrResult r = ZyrGetLogObject(&IID_IZyrLog, &log);
   EXPECT_TRUE(ZyrFailed(r));
   EXPECT_EQ(log, nullptr);
+  zyrtest::RemoveTree(dir);
+}
+
+// The private configuration folder comes from the key store: "privlog.cfg"
+// there is applied once, ahead of the first named file, which wins where
+// both name a section; UseProductFolder points a channel at that folder.
+TEST_F(ConfigFileTest, PrivateFileFromTheStoreFolderComesFirstAndOnce) {
+  std::string store = dir_ + "/store";
+  std::string key = store + "/MACHINE/SYSTEM/CurrentControlSet/Services/Zyr/Zyr/OPH2015";
+  std::string product = dir_ + "/product";
+  ASSERT_EQ(system(("mkdir -p '" + key + "' '" + product + "/log'").c_str()), 0);
+  WriteAll(key + "/.values", "ZyrAllUsersDir = sz:" + product + "\n");
+  setenv("ZYR_REGISTRY_ROOT", store.c_str(), 1);
+  WriteAll(product + "/log/privlog.cfg",
+           "[priv.only]\nAdditive = no\nSeverity = DEBUG\n[both]\nAdditive = no\nSeverity = DEBUG\n");
+  WriteAll(dir_ + "/named.cfg", "[both]\nAdditive = no\nSeverity = FATAL\n");
+
+  ASSERT_EQ(log_->SetFolders(zyrtest::U16(dir_).c_str(), nullptr, 0), ZYR_OK);
+  ASSERT_EQ(log_->LoadConfigText(u"[text.only]\nAdditive = no\nSeverity = ERROR\n"), ZYR_OK);
+  EXPECT_EQ(Get(u"priv.only")->threshold.load(), ZYR_SEVERITY_INFO);  // a text does not set it off
+  ASSERT_EQ(log_->LoadConfigFile(u"named.cfg"), ZYR_OK);
+  EXPECT_EQ(Get(u"priv.only")->threshold.load(), ZYR_SEVERITY_DEBUG);
+  EXPECT_EQ(Get(u"both")->threshold.load(), ZYR_SEVERITY_FATAL);
+
+  // Tried once per manager: a changed private file is not read by the next load.
+  WriteAll(product + "/log/privlog.cfg", "[priv.only]\nAdditive = no\nSeverity = WARN\n");
+  ASSERT_EQ(log_->LoadConfigFile(u"named.cfg"), ZYR_OK);
+  EXPECT_EQ(Get(u"priv.only")->threshold.load(), ZYR_SEVERITY_DEBUG);
+
+  ASSERT_EQ(log_->UsePrivateProductFolder(), ZYR_OK);
+  char16_t buffer[512];
+  std::uint64_t needed = 0;
+  ASSERT_EQ(log_->GetPrivateConfigFolder(buffer, 511, &needed), ZYR_OK);
+  std::u16string folder(buffer);
+  EXPECT_NE(folder.find(u"product"), std::u16string::npos);
+  EXPECT_EQ(folder.substr(folder.size() - 4), u"\\log");
+  unsetenv("ZYR_REGISTRY_ROOT");
+}
+
+// A client that never releases its object: at process end the module
+// destroys it, which closes the appenders and writes the footer.
+TEST(ForgottenObject, IsDestroyedWhenTheProcessEnds) {
+  std::string dir = zyrtest::UsePrivateLocalAppData("forgotten");
+  std::string file = dir + "/forgotten.log";
+  pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    IZyrLog* log = nullptr;
+    if (ZyrFailed(ZyrGetLogObject(&IID_IZyrLog, &log))) _exit(2);
+    std::u16string text = u"[root]\nAddAppenders = f\n[f]\nType = Appender\nAppenderType = File\nLayout = l\nFileName = " +
+                          zyrtest::U16(file) +
+                          u"\n[l]\nType = Layout\nLayoutType = Custom\nFormat = %msg\nFooter = --end--\n";
+    if (ZyrFailed(log->LoadConfigText(text.c_str()))) _exit(3);
+    ZyrLogger* logger = nullptr;
+    log->GetLogger(&logger, u"x");
+    logger->LogShort(ZYR_SEVERITY_INFO, u"line", nullptr, 0, 0, 0, 0, nullptr);
+    exit(0);  // no release: the module's detach must clean up
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status));
+  ASSERT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_EQ(ReadAll(file), "\xEF\xBB\xBFline\r\n--end--\r\n");
   zyrtest::RemoveTree(dir);
 }
