@@ -539,6 +539,17 @@ int ZyrBasCompareNoCase(const char16_t* a, std::size_t aLength, const char16_t* 
   return an < bn ? -1 : (an > bn ? 1 : 0);
 }
 
+ZyrResult ZyrBasAppendDecimal(ZyrBasString& out, std::uint64_t magnitude, bool negative) {
+  char16_t buffer[21];
+  char16_t* p = buffer + 21;
+  do {
+    *--p = static_cast<char16_t>(u'0' + magnitude % 10);
+    magnitude /= 10;
+  } while (magnitude);
+  if (negative) *--p = u'-';
+  return out.Append(p, buffer + 21);
+}
+
 std::size_t ZyrBasGrowCount(std::size_t needed, std::size_t elementSize, bool exact) {
   if (exact) return needed;
   if (needed * elementSize >= 256) {

@@ -205,6 +205,9 @@ int ZyrBasCompareNoCase(const char16_t* a, std::size_t aLength, const char16_t* 
 // Upper case of one unit by the system fold.
 char16_t ZyrBasUpcaseChar(char16_t c);
 
+// Appends a decimal number: the magnitude, with "-" in front if `negative`.
+ZyrResult ZyrBasAppendDecimal(ZyrBasString& out, std::uint64_t magnitude, bool negative = false);
+
 // Growth rule shared by the library's growable arrays: an exact request
 // takes n; otherwise n + n/2 from 256 bytes on, and below that the count
 // that just passes 256 bytes.

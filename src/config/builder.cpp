@@ -24,10 +24,7 @@ ZyrResult Expand(const ZyrCfgSection& source, ZyrCfgSectionRef* out) {
   while (ZyrSucceeded(r) && ZyrSucceeded(values.Current(&value))) {
     ZyrBasString expanded;
     r = ZyrCfgExpandVariables(value->text, expanded);
-    ZyrCfgValueRef copy;
-    if (ZyrSucceeded(r)) r = ZyrCfgValueRef::Make(&copy);
-    if (ZyrSucceeded(r)) r = copy->Set(value->name.Text(), expanded.Text(), nullptr, nullptr);
-    if (ZyrSucceeded(r)) r = section->AddValue(copy);
+    if (ZyrSucceeded(r)) r = section->AddRawValue(value->name.Text(), expanded.Text());
     if (ZyrSucceeded(r)) values.Next();
   }
   if (ZyrSucceeded(r)) *out = section;
@@ -51,15 +48,10 @@ ZyrResult BuildLayout(ZyrLogManager& manager, ZyrCfgSection& section) {
     // A fixed form: configured from a section of its own; the stored
     // section stays as it was given, and its other keys are ignored.
     creator = &custom;
-    ZyrCfgValueRef layoutType, format;
     r = ZyrCfgSectionRef::Make(&fixed);
     if (ZyrSucceeded(r)) r = fixed->SetName(section.name.Text(), section.name.Length());
-    if (ZyrSucceeded(r)) r = ZyrCfgValueRef::Make(&layoutType);
-    if (ZyrSucceeded(r)) r = layoutType->Set(u"LayoutType", u"Custom", nullptr, nullptr);
-    if (ZyrSucceeded(r)) r = fixed->AddValue(layoutType);
-    if (ZyrSucceeded(r)) r = ZyrCfgValueRef::Make(&format);
-    if (ZyrSucceeded(r)) r = format->Set(u"Format", kZyrFwFormat, nullptr, nullptr);
-    if (ZyrSucceeded(r)) r = fixed->AddValue(format);
+    if (ZyrSucceeded(r)) r = fixed->AddRawValue(u"LayoutType", u"Custom");
+    if (ZyrSucceeded(r)) r = fixed->AddRawValue(u"Format", kZyrFwFormat);
     if (ZyrFailed(r)) return r;
     configureFrom = fixed.Get();
   } else {

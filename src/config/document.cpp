@@ -102,6 +102,15 @@ bool ZyrCfgSection::HasValue(const char16_t* key, std::size_t length) const noex
   return found;
 }
 
+ZyrResult ZyrCfgSection::AddRawValue(const char16_t* key, const char16_t* text) noexcept {
+  if (HasValue(key)) return ZYR_E_VALUE_EXISTS;
+  ZyrCfgValueRef value;
+  ZyrResult r = ZyrCfgValueRef::Make(&value);
+  if (ZyrSucceeded(r)) r = value->Set(key, text, nullptr, nullptr);
+  if (ZyrSucceeded(r)) r = AddValue(value);
+  return r;
+}
+
 ZyrResult ZyrCfgSection::AddValue(const ZyrCfgValueRef& value) noexcept {
   ZyrCfgValueRef held(value);
   ZyrResult r = values.Insert(value->name, static_cast<ZyrCfgValueRef&&>(held));

@@ -227,6 +227,10 @@ class ZyrCfgSection {
   bool HasValue(const char16_t* key, std::size_t length = ZYR_TERMINATED) const noexcept;
   // Inserts under the value's own name; ZYR_E_VALUE_EXISTS if taken.
   ZyrResult AddValue(const ZyrCfgValueRef& value) noexcept;
+  // A new single value with the text as given (no quoting, no comments);
+  // ZYR_E_VALUE_EXISTS if the key is taken. The save path of the objects
+  // whose texts are written raw.
+  ZyrResult AddRawValue(const char16_t* key, const char16_t* text) noexcept;
   // The setter of the save path: quotes the text; an existing key gets the
   // new text and becomes single, keeping its comments (and its stale items,
   // which a single value ignores); a new key is made with no comments.

@@ -11,18 +11,6 @@ bool NameIs(const char16_t* name, std::size_t length, const char16_t* expected) 
   return ZyrBasCompareOrdinal(name, length, expected, ZYR_TERMINATED) == 0;
 }
 
-ZyrResult AppendUnsigned(ZyrBasString& target, std::uint32_t value) {
-  char16_t digits[10];
-  int n = 0;
-  do {
-    digits[n++] = static_cast<char16_t>(u'0' + value % 10);
-    value /= 10;
-  } while (value);
-  char16_t ordered[10];
-  for (int i = 0; i < n; ++i) ordered[i] = digits[n - 1 - i];
-  return target.Append(ordered, ordered + n);
-}
-
 ZyrResult AppendFolder(ZyrBasString& target, std::uint32_t id) {
   ZyrBasString folder;
   ZyrResult r = ZyrBasGetFolder(id, folder);
@@ -42,7 +30,7 @@ ZyrResult ZyrCfgResolveVariable(const char16_t* name, std::size_t length, ZyrBas
     if (ZyrSucceeded(r)) r = target.Append(stem);
     return r;
   }
-  if (NameIs(name, length, u"pid")) return AppendUnsigned(target, ZyrBasCurrentProcessId());
+  if (NameIs(name, length, u"pid")) return ZyrBasAppendDecimal(target, ZyrBasCurrentProcessId());
   if (NameIs(name, length, u"hostname")) return target.Append(ZyrLogCachedHostName());
   if (NameIs(name, length, u"winlocalappdata")) return AppendFolder(target, ZYR_FOLDER_LOCAL_APPDATA);
   if (NameIs(name, length, u"home")) return AppendFolder(target, ZYR_FOLDER_PROFILE);

@@ -126,18 +126,10 @@ ZyrResult ZyrLoggerNode::Configure(ZyrCfgSection& section) {
 
 ZyrResult ZyrLoggerNode::Save(ZyrCfgSection& section) {
   ZyrResult r = section.SetName(name_.Text(), name_.Length());
-  auto add = [&section](const char16_t* key, const char16_t* text) -> ZyrResult {
-    if (section.HasValue(key)) return ZYR_E_VALUE_EXISTS;
-    ZyrCfgValueRef value;
-    ZyrResult result = ZyrCfgValueRef::Make(&value);
-    if (ZyrSucceeded(result)) result = value->Set(key, text, nullptr, nullptr);
-    if (ZyrSucceeded(result)) result = section.AddValue(value);
-    return result;
-  };
-  if (ZyrSucceeded(r)) r = add(u"Type", u"Logger");
+  if (ZyrSucceeded(r)) r = section.AddRawValue(u"Type", u"Logger");
   if (ZyrSucceeded(r) && !IsAdditive()) {
-    r = add(u"Additive", u"false");
-    if (ZyrSucceeded(r)) r = add(u"Severity", ZyrLogSeverityName(ReadThreshold()));
+    r = section.AddRawValue(u"Additive", u"false");
+    if (ZyrSucceeded(r)) r = section.AddRawValue(u"Severity", ZyrLogSeverityName(ReadThreshold()));
   }
   if (ZyrSucceeded(r) && !appenders_.Empty()) {
     ZyrBasString names;
@@ -145,7 +137,7 @@ ZyrResult ZyrLoggerNode::Save(ZyrCfgSection& section) {
       if (i) r = names.Append(u',');
       if (ZyrSucceeded(r)) r = names.Append(appenders_[i]->Name());
     }
-    if (ZyrSucceeded(r)) r = add(u"AddAppenders", names.Text());
+    if (ZyrSucceeded(r)) r = section.AddRawValue(u"AddAppenders", names.Text());
   }
   return r;
 }

@@ -15,24 +15,10 @@ constexpr const char16_t* kTokenTexts[] = {
     u"%buildnr", u"%svnrev",  u"%msg",      u"%product", u"%pid",  u"%tid",
 };
 
-// Appends a decimal number straight into the tail of the text.
-ZyrResult AppendNumber(ZyrBasString& text, std::uint64_t magnitude, bool negative) {
-  char16_t digits[24];
-  int n = 0;
-  do {
-    digits[n++] = static_cast<char16_t>(u'0' + magnitude % 10);
-    magnitude /= 10;
-  } while (magnitude);
-  if (negative) digits[n++] = u'-';
-  char16_t ordered[24];
-  for (int i = 0; i < n; ++i) ordered[i] = digits[n - 1 - i];
-  return text.Append(ordered, ordered + n);
-}
-
 ZyrResult AppendSigned(ZyrBasString& text, std::uint32_t value) {
   std::int32_t v = static_cast<std::int32_t>(value);
   std::uint64_t magnitude = v < 0 ? 0ull - static_cast<std::int64_t>(v) : static_cast<std::uint64_t>(v);
-  return AppendNumber(text, magnitude, v < 0);
+  return ZyrBasAppendDecimal(text, magnitude, v < 0);
 }
 
 ZyrResult AppendPadded(ZyrBasString& text, unsigned value, int width) {
@@ -142,8 +128,8 @@ ZyrResult ZyrLogCustomLayout::FormatEvent(ZyrBasString& text, const ZyrLogEvent&
       case kSvnRev: r = AppendSigned(text, e.SvnRev); break;
       case kMessage: r = text.Append(e.Message); break;
       case kProduct: r = AppendSigned(text, e.Product); break;
-      case kPid: r = AppendNumber(text, e.ProcessId, false); break;
-      case kTid: r = AppendNumber(text, e.ThreadId, false); break;
+      case kPid: r = ZyrBasAppendDecimal(text, e.ProcessId); break;
+      case kTid: r = ZyrBasAppendDecimal(text, e.ThreadId); break;
       default: break;
     }
     if (ZyrFailed(r)) return r;
@@ -184,18 +170,11 @@ ZyrResult ZyrLogCustomLayout::Save(ZyrCfgSection& section) {
       r = format.Append(kTokenTexts[token - 1]);
     }
   }
-  auto add = [&section](const char16_t* key, const char16_t* text) {
-    ZyrCfgValueRef value;
-    ZyrResult result = ZyrCfgValueRef::Make(&value);
-    if (ZyrSucceeded(result)) result = value->Set(key, text, nullptr, nullptr);
-    if (ZyrSucceeded(result)) result = section.AddValue(value);
-    return result;
-  };
-  if (ZyrSucceeded(r)) r = add(u"Type", u"Layout");
-  if (ZyrSucceeded(r)) r = add(u"LayoutType", u"Custom");
-  if (ZyrSucceeded(r)) r = add(u"Format", format.Text());
-  if (ZyrSucceeded(r) && !header_.Empty()) r = add(u"Header", header_.Text());
-  if (ZyrSucceeded(r) && !footer_.Empty()) r = add(u"Footer", footer_.Text());
+  if (ZyrSucceeded(r)) r = section.AddRawValue(u"Type", u"Layout");
+  if (ZyrSucceeded(r)) r = section.AddRawValue(u"LayoutType", u"Custom");
+  if (ZyrSucceeded(r)) r = section.AddRawValue(u"Format", format.Text());
+  if (ZyrSucceeded(r) && !header_.Empty()) r = section.AddRawValue(u"Header", header_.Text());
+  if (ZyrSucceeded(r) && !footer_.Empty()) r = section.AddRawValue(u"Footer", footer_.Text());
   return r;
 }
 

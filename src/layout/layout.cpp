@@ -19,21 +19,11 @@ ZyrResult ZyrLogStandardLayout::Configure(ZyrCfgSection& section) {
   return value->text.Equals(u"Standard") ? ZYR_OK : ZYR_E_WRONG_LAYOUT_TYPE;
 }
 
-namespace {
-ZyrResult AddRaw(ZyrCfgSection& section, const char16_t* key, const char16_t* text) {
-  ZyrCfgValueRef value;
-  ZyrResult r = ZyrCfgValueRef::Make(&value);
-  if (ZyrSucceeded(r)) r = value->Set(key, text, nullptr, nullptr);
-  if (ZyrSucceeded(r)) r = section.AddValue(value);
-  return r;
-}
-}  // namespace
-
 ZyrResult ZyrLogStandardLayout::Save(ZyrCfgSection& section) {
   section.ClearValues();
   ZyrResult r = section.SetName(Name().Text(), Name().Length());
-  if (ZyrSucceeded(r)) r = AddRaw(section, u"Type", u"Layout");
-  if (ZyrSucceeded(r)) r = AddRaw(section, u"LayoutType", u"Standard");
+  if (ZyrSucceeded(r)) r = section.AddRawValue(u"Type", u"Layout");
+  if (ZyrSucceeded(r)) r = section.AddRawValue(u"LayoutType", u"Standard");
   return r;
 }
 
