@@ -127,7 +127,7 @@ class Utf16Sink {
   std::size_t pos_ = 0;
 };
 
-const char kBase64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr char kBase64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 // 1 for the characters that UTF-7 writes as themselves.
 struct DirectSet {

@@ -81,12 +81,21 @@ void ZyrLogDispatcher::WriteNotice() {
 }
 
 ZyrResult ZyrLogDispatcher::Enqueue(ZyrLogQueueEntry& entry) {
-  ZyrBasLockGuard guard(queueLock_);
-  // Stop may have passed its last drain since the road was chosen.
-  if (!running_.load()) return DeliverDirect(entry.logger, entry.event);
-  if (maxQueueBytes_ != 0) {
+  {
+    ZyrBasLockGuard guard(queueLock_);
+    if (running_.load()) return EnqueueLocked(entry);
+  }
+  // Stop has passed its last drain since the road was chosen: the entry is
+  // written directly, without the queue lock, which is never held across a
+  // write to an appender.
+  return DeliverDirect(entry.logger, entry.event);
+}
+
+ZyrResult ZyrLogDispatcher::EnqueueLocked(ZyrLogQueueEntry& entry) {
+  std::uint64_t limit = maxQueueBytes_.load();
+  if (limit != 0) {
     std::uint64_t count = active_.Count();
-    if ((count + 1) * kZyrQueueEntryCharge > maxQueueBytes_) {
+    if ((count + 1) * kZyrQueueEntryCharge > limit) {
       // The oldest two thirds stay; the newest third is lost, never the
       // entry in hand. The notice comes back here on this thread (the lock
       // is recursive) and stands ahead of the entry that caused it.
@@ -174,8 +183,7 @@ void ZyrLogDispatcher::Stop() {
 
 void ZyrLogDispatcher::SetMaxQueueSize(std::uint64_t bytes) {
   if (bytes != 0 && bytes < kZyrMinimumMaxQueueBytes) bytes = kZyrMinimumMaxQueueBytes;
-  ZyrBasLockGuard guard(queueLock_);
-  maxQueueBytes_ = bytes;
+  maxQueueBytes_.store(bytes);
 }
 
 std::size_t ZyrLogDispatcher::QueuedCount() {
@@ -183,10 +191,7 @@ std::size_t ZyrLogDispatcher::QueuedCount() {
   return active_.Count();
 }
 
-std::uint64_t ZyrLogDispatcher::MaxQueueBytes() {
-  ZyrBasLockGuard guard(queueLock_);
-  return maxQueueBytes_;
-}
+std::uint64_t ZyrLogDispatcher::MaxQueueBytes() { return maxQueueBytes_.load(); }
 
 // Folder watching comes with the configuration change monitor.
 ZyrResult ZyrLogDispatcher::WatchFolder(const char16_t*) { return ZYR_E_NOT_IMPLEMENTED; }

@@ -81,6 +81,7 @@ class ZyrLogDispatcher {
 
  private:
   ZyrResult Enqueue(ZyrLogQueueEntry& entry);
+  ZyrResult EnqueueLocked(ZyrLogQueueEntry& entry);
   ZyrResult DeliverDirect(ZyrLoggerNode* logger, ZyrLogEvent& event);
   void HousekeepingTick();
   void WriteNotice();
@@ -97,7 +98,11 @@ class ZyrLogDispatcher {
   ZyrBasEvent queueEvent_;
   std::atomic<std::uint32_t> running_{0};
   ZyrLoggerNode* noticeLogger_;
-  std::uint64_t maxQueueBytes_ = kZyrDefaultMaxQueueBytes;
+  // Read under queueLock at each append, but written without it: the
+  // builder sets it while it holds every logger lock, and a thread that
+  // falls back to the direct road holds queueLock on its way to a logger
+  // lock, so taking queueLock here would order the two both ways.
+  std::atomic<std::uint64_t> maxQueueBytes_{kZyrDefaultMaxQueueBytes};
 };
 
 // Makes the message ready for the appenders on the delivering thread:

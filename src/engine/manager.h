@@ -41,7 +41,7 @@ class ZyrLogHierarchy {
   ZyrBasString preamble;  // always empty: the source of an event's Preamble
 };
 
-class ZyrLogManager {
+class ZyrLogManager final {
  public:
   // AcquireManager: a counted reference, making the manager if none lives.
   static ZyrResult Acquire(ZyrLogManager** manager);
