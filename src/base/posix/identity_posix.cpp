@@ -1,6 +1,8 @@
 #include "base/posix/identity_posix.h"
 
 #include <dlfcn.h>
+
+#include <atomic>
 #include <errno.h>
 #include <limits.h>
 #include <link.h>
@@ -28,17 +30,30 @@ ZyrResult ZyrBasOsHostName(ZyrBasNarrowText& out) {
   return out.Length() == 0 ? ZYR_I_NOT_FOUND : ZYR_OK;
 }
 
-std::uint32_t ZyrBasOsProcessId() { return static_cast<std::uint32_t>(getpid()); }
-
-// gettid is a system call, and the id goes into every log line, so each
-// thread keeps it. After a fork the forking thread is the child's first
-// thread with a new id; the child hook forgets the kept one.
+// getpid and gettid are system calls, and both ids go into every log line,
+// so the process keeps its id and each thread its own. After a fork the
+// child has a new process id and its forking thread a new thread id; the
+// child hook forgets the kept ones.
 namespace {
 thread_local std::uint32_t tThreadId = 0;
+std::atomic<std::uint32_t> gProcessId{0};
 pthread_once_t gForkHookOnce = PTHREAD_ONCE_INIT;
-void ForgetThreadId() { tThreadId = 0; }
-void InstallForkHook() { pthread_atfork(nullptr, nullptr, ForgetThreadId); }
+void ForgetIds() {
+  tThreadId = 0;
+  gProcessId.store(0, std::memory_order_relaxed);
+}
+void InstallForkHook() { pthread_atfork(nullptr, nullptr, ForgetIds); }
 }  // namespace
+
+std::uint32_t ZyrBasOsProcessId() {
+  std::uint32_t id = gProcessId.load(std::memory_order_relaxed);
+  if (id == 0) {
+    pthread_once(&gForkHookOnce, InstallForkHook);
+    id = static_cast<std::uint32_t>(getpid());
+    gProcessId.store(id, std::memory_order_relaxed);
+  }
+  return id;
+}
 
 std::uint32_t ZyrBasOsThreadId() {
   std::uint32_t id = tThreadId;
