@@ -1,0 +1,64 @@
+// The contenders of the comparison: the limit loops, zyrlog on its roads,
+// and the two peer libraries. Each writes the same message, "request SEQ
+// from worker W for client-7" with two integers and a short text, in a line
+// of the same shape: logger, severity, UTC time, host, process, thread,
+// source place, message.
+#ifndef ZYR_BENCH_COMPARE_CONTENDERS_H
+#define ZYR_BENCH_COMPARE_CONTENDERS_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+// What a row measures, and so which limit it is set beside.
+enum class Kind {
+  kLimit,    // the plain write loop
+  kFile,     // a file that grows without bound
+  kRolling,  // a file rolled by size: its limit is the loop with the size query
+  kNoOutput, // the full road to an output that writes nothing
+  kBelow,    // a call below the logger's threshold
+};
+
+struct RunConfig {
+  std::string folder;        // empty folder of this measurement, all files go below it
+  std::string host;          // host name of the lines
+  std::uint32_t workers = 1;
+  std::uint32_t perWorker = 0;  // measured calls of each worker
+};
+
+class Contender {
+ public:
+  virtual ~Contender() = default;
+  // Opens files and loads configuration. On failure `why` says what failed,
+  // with the library's result code where it has one.
+  virtual bool Setup(const RunConfig& config, std::string* why) = 0;
+  // Lines that bring the contender to its steady state; they carry another
+  // word than the measured lines and are not counted.
+  virtual void WarmUp(std::uint32_t worker, std::uint32_t count) = 0;
+  // The measured calls of `worker`: sequence numbers 0 to count - 1. With
+  // `latencies`, the duration of each call in nanoseconds goes there.
+  virtual void Write(std::uint32_t worker, std::uint32_t count, std::uint32_t* latencies) = 0;
+  // Returns when every line written so far is in the kernel's hands: a
+  // flush, or the end of a queue.
+  virtual void Complete() = 0;
+  virtual void Close() = 0;
+  // Calls that reported a failure.
+  virtual std::uint64_t Errors() const { return 0; }
+};
+
+struct ContenderInfo {
+  const char* id;     // machine name, e.g. "zyrlog-rolling-queue"
+  const char* label;  // row of the table
+  Kind kind;
+  bool queue;         // a worker thread writes: caller latency and time to disk
+  bool buffered;      // lines stay in process memory after the call returns
+  std::unique_ptr<Contender> (*make)();
+};
+
+const std::vector<ContenderInfo>& AllContenders();
+
+// Monotonic clock in nanoseconds.
+std::uint64_t NowNs();
+
+#endif
