@@ -81,13 +81,23 @@ ZyrResult ZyrBasEvent::Create() {
 ZyrResult ZyrBasEvent::Set() {
   ZyrBasHandle h = Resolve();
   if (h == ZYR_NO_HANDLE) return ZYR_E_INVALID_HANDLE;
-  return ZyrBasOsEventSet(h);
+  bool owned = kind_ == kOwned;
+  if (owned && (setHint_.load() == 1 || setHint_.exchange(1) == 1)) return ZYR_OK;
+  ZyrResult r = ZyrBasOsEventSet(h);
+  if (owned && ZyrFailed(r)) setHint_.store(0);
+  return r;
 }
 
 ZyrResult ZyrBasEvent::Reset() {
   ZyrBasHandle h = Resolve();
   if (h == ZYR_NO_HANDLE) return ZYR_E_INVALID_HANDLE;
+  if (kind_ == kOwned) setHint_.store(0);
   return ZyrBasOsEventReset(h);
+}
+
+ZyrResult ZyrBasEvent::Close() {
+  setHint_.store(0);
+  return ZyrBasWaitable::Close();
 }
 
 // ---------------------------------------------------------------------------

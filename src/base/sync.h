@@ -60,6 +60,14 @@ class ZyrBasEvent : public ZyrBasWaitable {
   ZyrResult Create();
   ZyrResult Set();
   ZyrResult Reset();
+  ZyrResult Close() override;
+
+ private:
+  // Set while the event stands set, so that setting a set event costs no
+  // system call (the queue sets its event after every append). Kept only
+  // for an event that owns its handle: every Set and Reset of it passes
+  // through this object.
+  std::atomic<std::uint32_t> setHint_{0};
 };
 
 // A set of waitables waited on together. It refers to its members; it does
