@@ -57,11 +57,18 @@ ZyrResult ZyrLogAppender::DoAppend(ZyrLogEvent& event) {
   if (!ZyrLogSeverityPasses(event.Severity, breakSeverity_)) return ZYR_OK;
   ZyrResult r = layout_->FormatEvent(line_, event);
   if (ZyrFailed(r)) return r;
-  return AppendFormatted(event, line_.Text(), line_.Length());
+  return AppendFormattedLocked(event, line_.Text(), line_.Length());
 }
 
 ZyrResult ZyrLogAppender::AppendFormatted(ZyrLogEvent& event, const char16_t* text, std::size_t length) {
   ZyrBasLockGuard guard(lock_);
+  return AppendFormattedLocked(event, text, length);
+}
+
+// The body of AppendFormatted for a caller that holds the lock already: the
+// line road takes the appender's lock once, not once per step.
+ZyrResult ZyrLogAppender::AppendFormattedLocked(ZyrLogEvent& event, const char16_t* text,
+                                                std::size_t length) {
   if (!opened_) {
     ZyrResult r = Open();
     if (ZyrFailed(r)) return r;

@@ -56,6 +56,8 @@ class ZyrLogAppender {
   ZyrLogAppender() = default;
 
  private:
+  ZyrResult AppendFormattedLocked(ZyrLogEvent& event, const char16_t* text, std::size_t length);
+
   std::uint8_t opened_ = 0;
   ZyrBasCriticalSection lock_;
   ZyrLogLayout* layout_ = nullptr;

@@ -57,11 +57,6 @@ void ReadDigits(const char16_t*& p, std::int32_t& value) {
   }
 }
 
-bool Matches(const char16_t* p, const char* prefix) {
-  for (; *prefix; ++p, ++prefix)
-    if (*p != static_cast<char16_t>(*prefix)) return false;
-  return true;
-}
 
 // Parses the conversion behind the "%" at `p`. On success `p` stands behind
 // the conversion character. False when the format ends inside or the
@@ -102,17 +97,26 @@ bool ParseSpec(const char16_t*& p, Arguments& args, ZyrBasFormatSpec& spec) {
       ReadDigits(p, spec.precision);
     }
   }
-  static const struct {
-    const char* text;
-    std::uint8_t kind;
-  } kSizes[] = {{"I32", 6}, {"I64", 7}, {"ll", 8}, {"hh", 2}, {"l", 4},
-                {"h", 3},   {"w", 1},   {"I", 5},  {"z", 5}};
-  for (const auto& size : kSizes) {
-    if (Matches(p, size.text)) {
-      spec.sizeKind = size.kind;
-      p += std::strlen(size.text);
+  // The size prefixes "I32", "I64", "ll", "hh", "l", "h", "w", "I", "z", in
+  // that order of precedence; told apart by their first character, so one
+  // switch serves instead of a walk over the table for every conversion.
+  switch (*p) {
+    case u'I':
+      if (p[1] == u'3' && p[2] == u'2') spec.sizeKind = 6, p += 3;
+      else if (p[1] == u'6' && p[2] == u'4') spec.sizeKind = 7, p += 3;
+      else spec.sizeKind = 5, p += 1;
       break;
-    }
+    case u'l':
+      if (p[1] == u'l') spec.sizeKind = 8, p += 2;
+      else spec.sizeKind = 4, p += 1;
+      break;
+    case u'h':
+      if (p[1] == u'h') spec.sizeKind = 2, p += 2;
+      else spec.sizeKind = 3, p += 1;
+      break;
+    case u'w': spec.sizeKind = 1, p += 1; break;
+    case u'z': spec.sizeKind = 5, p += 1; break;
+    default: break;
   }
   char16_t c = *p;
   if (c < 32 || c > 127) return false;
@@ -188,7 +192,11 @@ bool EmitInteger(Sink& out, ZyrBasFormatSpec spec, std::uint64_t magnitude, bool
   // Built from the right end; 32 precision digits plus the octal "0" at most.
   char16_t body[40];
   std::size_t start = sizeof body / sizeof body[0];
-  for (std::uint64_t v = magnitude; v != 0; v /= base) body[--start] = digits[v % base];
+  if (base == 10) {  // the common case, with a constant divisor
+    for (std::uint64_t v = magnitude; v != 0; v /= 10) body[--start] = static_cast<char16_t>(u'0' + v % 10);
+  } else {
+    for (std::uint64_t v = magnitude; v != 0; v /= base) body[--start] = digits[v % base];
+  }
   if (spec.alternate && base == 8) body[--start] = u'0';
   while (sizeof body / sizeof body[0] - start < static_cast<std::size_t>(precision))
     body[--start] = u'0';

@@ -1,6 +1,7 @@
 #include "records/standard_line.h"
 
 #include <atomic>
+#include <cstring>
 
 #include "base/identity.h"
 #include "base/lock.h"
@@ -13,37 +14,58 @@ ZyrBasSpinLock g_hostLock;
 std::atomic<ZyrBasString*> g_hostName{nullptr};
 ZyrBasString g_hostStorage;
 
+// Two decimal digits at a time: the line has some twenty digits, and this
+// halves the divisions.
+struct DigitPairs {
+  char16_t pair[100][2];
+  constexpr DigitPairs() : pair() {
+    for (int i = 0; i < 100; ++i) {
+      pair[i][0] = static_cast<char16_t>(u'0' + i / 10);
+      pair[i][1] = static_cast<char16_t>(u'0' + i % 10);
+    }
+  }
+};
+constexpr DigitPairs kDigits;
+
+inline void AppendPair(char16_t*& p, unsigned value) {
+  p[0] = kDigits.pair[value][0];
+  p[1] = kDigits.pair[value][1];
+  p += 2;
+}
+
 // Appends a signed decimal number.
 inline void AppendDecimal(char16_t*& p, std::int32_t value) {
   std::uint32_t u = value < 0 ? 0u - static_cast<std::uint32_t>(value) : static_cast<std::uint32_t>(value);
   if (value < 0) *p++ = u'-';
   char16_t digits[10];
-  int n = 0;
-  do {
-    digits[n++] = static_cast<char16_t>(u'0' + u % 10);
-    u /= 10;
-  } while (u);
-  while (n) *p++ = digits[--n];
-}
-
-// Appends a number zero-padded to `width` digits (fields of the time).
-inline void AppendPadded(char16_t*& p, std::uint32_t value, int width) {
-  char16_t digits[10];
-  int n = 0;
-  do {
-    digits[n++] = static_cast<char16_t>(u'0' + value % 10);
-    value /= 10;
-  } while (value);
-  while (n < width) digits[n++] = u'0';
-  while (n) *p++ = digits[--n];
+  char16_t* end = digits + 10;
+  char16_t* d = end;
+  while (u >= 100) {
+    unsigned pair = u % 100;
+    u /= 100;
+    d -= 2;
+    d[0] = kDigits.pair[pair][0];
+    d[1] = kDigits.pair[pair][1];
+  }
+  if (u >= 10) {
+    d -= 2;
+    d[0] = kDigits.pair[u][0];
+    d[1] = kDigits.pair[u][1];
+  } else {
+    *--d = static_cast<char16_t>(u'0' + u);
+  }
+  std::memcpy(p, d, static_cast<std::size_t>(end - d) * sizeof(char16_t));
+  p += end - d;
 }
 
 inline void AppendText(char16_t*& p, const char16_t* text, std::size_t length) {
-  for (std::size_t i = 0; i < length; ++i) *p++ = text[i];
+  std::memcpy(p, text, length * sizeof(char16_t));
+  p += length;
 }
 
-inline void AppendAscii(char16_t*& p, const char* text) {
-  while (*text) *p++ = static_cast<unsigned char>(*text++);
+template <std::size_t N>
+inline void AppendFixed(char16_t*& p, const char16_t (&text)[N]) {
+  AppendText(p, text, N - 1);
 }
 
 }  // namespace
@@ -89,27 +111,33 @@ ZyrResult ZyrLogComposeStandardLine(const ZyrLogEvent& e, ZyrBasString& line) {
   *p++ = u' ';
   AppendText(p, severity, ZyrBasStrLen(severity));
   *p++ = u' ';
-  AppendPadded(p, t.year, 4);
+  if (t.year < 10000) {
+    AppendPair(p, t.year / 100);
+    AppendPair(p, t.year % 100);
+  } else {
+    AppendDecimal(p, t.year);  // at least four digits, as "%04d" gives
+  }
   *p++ = u'-';
-  AppendPadded(p, t.month, 2);
+  AppendPair(p, t.month);
   *p++ = u'-';
-  AppendPadded(p, t.day, 2);
+  AppendPair(p, t.day);
   *p++ = u' ';
-  AppendPadded(p, t.hour, 2);
+  AppendPair(p, t.hour);
   *p++ = u':';
-  AppendPadded(p, t.minute, 2);
+  AppendPair(p, t.minute);
   *p++ = u':';
-  AppendPadded(p, t.second, 2);
+  AppendPair(p, t.second);
   *p++ = u',';
-  AppendPadded(p, t.millisecond, 3);
+  *p++ = static_cast<char16_t>(u'0' + t.millisecond / 100);
+  AppendPair(p, t.millisecond % 100);
   *p++ = u' ';
   AppendText(p, host.Text(), host.Length());
-  AppendAscii(p, " PID:");
+  AppendFixed(p, u" PID:");
   AppendDecimal(p, static_cast<std::int32_t>(e.ProcessId));
-  AppendAscii(p, " THID:");
+  AppendFixed(p, u" THID:");
   AppendDecimal(p, static_cast<std::int32_t>(e.ThreadId));
-  AppendAscii(p, " ID:");
-  if (e.FileName.Empty()) AppendAscii(p, "MISSINGFILEID");
+  AppendFixed(p, u" ID:");
+  if (e.FileName.Empty()) AppendFixed(p, u"MISSINGFILEID");
   else AppendText(p, e.FileName.Text(), e.FileName.Length());
   *p++ = u':';
   AppendDecimal(p, static_cast<std::int32_t>(e.Line));
@@ -120,7 +148,7 @@ ZyrResult ZyrLogComposeStandardLine(const ZyrLogEvent& e, ZyrBasString& line) {
   else AppendDecimal(p, static_cast<std::int32_t>(e.SvnRev));
   *p++ = u'.';
   AppendDecimal(p, static_cast<std::int32_t>(e.Product));
-  AppendAscii(p, " MSG:");
+  AppendFixed(p, u" MSG:");
   if (e.Message.Empty()) *p++ = u'*';
   else AppendText(p, e.Message.Text(), e.Message.Length());
   return line.Resize(static_cast<std::size_t>(p - begin));
