@@ -105,9 +105,13 @@ class ZyrBasArray {
 
   // Destroys elements from the end down to `count`.
   void Truncate(std::size_t count) noexcept {
-    while (Count() > count) {
-      --end_;
-      end_->~T();
+    if constexpr (std::is_trivially_destructible_v<T>) {
+      if (Count() > count) end_ = begin_ + count;
+    } else {
+      while (Count() > count) {
+        --end_;
+        end_->~T();
+      }
     }
   }
 
