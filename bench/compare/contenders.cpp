@@ -187,7 +187,13 @@ class ZyrContender final : public Contender {
 
     ZyrResult r = ZyrGetLogObject(&IID_IZyrLog, &log_);
     if (ZyrFailed(r)) return Fail(why, "ZyrGetLogObject", r);
-    std::u16string text = u"[root]\nSeverity = INFO\nAddAppenders = out\n[out]\nType = Appender\n";
+    std::u16string text = u"[root]\nSeverity = INFO\nAddAppenders = out\n";
+    // The queue's default budget (32 MiB at 376 bytes an entry, 89240
+    // entries) drops the newest third when a burst outruns the disk; a round
+    // here is such a burst. Without a limit every accepted line is written,
+    // as the peer's asynchronous logger blocks rather than drops.
+    if (queue_) text += u"MaxQueueSize = 0\n";
+    text += u"[out]\nType = Appender\n";
     std::u16string file = Widen(config.folder + "/zyrlog.log");
     switch (output_) {
       case ZyrOutput::kFile:
