@@ -28,13 +28,12 @@ void ZyrBasString::Release() noexcept {
 
 void ZyrBasString::TakeFrom(ZyrBasString& other) noexcept {
   if (other.inlineInUse_) {
-    std::size_t used = static_cast<std::size_t>(other.end_ - other.begin_);
-    std::size_t cap = static_cast<std::size_t>(other.capEnd_ - other.begin_);
-    std::memcpy(inline_, other.inline_, used * sizeof(char16_t));
+    // The whole inline buffer, a constant size: cheaper than measuring.
+    std::memcpy(inline_, other.inline_, sizeof inline_);
     inlineInUse_ = 1;
     begin_ = inline_;
-    end_ = begin_ + used;
-    capEnd_ = begin_ + cap;
+    end_ = inline_ + (other.end_ - other.begin_);
+    capEnd_ = inline_ + (other.capEnd_ - other.begin_);
   } else {
     begin_ = other.begin_;
     end_ = other.end_;
@@ -262,6 +261,14 @@ ZyrResult ZyrBasString::ReplaceAll(const char16_t* from, std::size_t fromLength,
 
 void ZyrBasString::Swap(ZyrBasString& other) noexcept {
   if (this == &other) return;
+  if (!inlineInUse_ && !other.inlineInUse_) {  // two heap blocks: exchange the pointers
+    char16_t* b = begin_;
+    char16_t* e = end_;
+    char16_t* c = capEnd_;
+    begin_ = other.begin_, end_ = other.end_, capEnd_ = other.capEnd_;
+    other.begin_ = b, other.end_ = e, other.capEnd_ = c;
+    return;
+  }
   ZyrBasString tmp(static_cast<ZyrBasString&&>(*this));
   TakeFrom(other);
   other.TakeFrom(tmp);

@@ -63,9 +63,9 @@ ZyrResult ZyrLogDispatcher::DeliverDirect(ZyrLoggerNode* logger, ZyrLogEvent& ev
 ZyrResult ZyrLogDispatcher::Dispatch(ZyrLoggerNode* logger, ZyrLogEvent& event) {
   HousekeepingTick();
   if (!running_.load()) return DeliverDirect(logger, event);
-  ZyrLogQueueEntry entry;
-  entry.logger = logger;
-  entry.event.Swap(event);
+  // The event moves into the entry: its strings change hands, none is
+  // copied, and the caller's event is left empty.
+  ZyrLogQueueEntry entry(logger, static_cast<ZyrLogEvent&&>(event));
   return Enqueue(entry);
 }
 

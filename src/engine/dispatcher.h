@@ -24,6 +24,7 @@ struct ZyrLogQueueEntry {
   ZyrLogEvent event;
 
   ZyrLogQueueEntry() = default;
+  ZyrLogQueueEntry(ZyrLoggerNode* l, ZyrLogEvent&& e) noexcept : logger(l), event(static_cast<ZyrLogEvent&&>(e)) {}
   ZyrLogQueueEntry(ZyrLogQueueEntry&& other) noexcept : logger(other.logger), event(static_cast<ZyrLogEvent&&>(other.event)) {}
   ZyrLogQueueEntry& operator=(ZyrLogQueueEntry&& other) noexcept {
     logger = other.logger;

@@ -27,7 +27,23 @@ struct ZyrLogEvent {
   ZyrBasString RevisionText;
 
   ZyrLogEvent() = default;
-  ZyrLogEvent(ZyrLogEvent&& other) noexcept { Swap(other); }
+  // Field by field; the strings hand over their storage.
+  ZyrLogEvent(ZyrLogEvent&& other) noexcept
+      : LoggerName(static_cast<ZyrBasString&&>(other.LoggerName)),
+        Severity(other.Severity),
+        Message(static_cast<ZyrBasString&&>(other.Message)),
+        Timestamp(other.Timestamp),
+        FileName(static_cast<ZyrBasString&&>(other.FileName)),
+        Line(other.Line),
+        BuildNr(other.BuildNr),
+        SvnRev(other.SvnRev),
+        Product(other.Product),
+        ThreadId(other.ThreadId),
+        ProcessId(other.ProcessId),
+        LogFlags(other.LogFlags),
+        ScrambleMode(other.ScrambleMode),
+        Preamble(static_cast<ZyrBasString&&>(other.Preamble)),
+        RevisionText(static_cast<ZyrBasString&&>(other.RevisionText)) {}
   ZyrLogEvent& operator=(ZyrLogEvent&& other) noexcept {
     Swap(other);
     return *this;
