@@ -481,7 +481,7 @@ ZyrResult FormatInto(Sink& out, ZyrBasCodePage selector, const char16_t* format,
   const char16_t* p = format;
   while (*p) {
     const char16_t* run = p;
-    while (*p && *p != u'%') ++p;
+    p = ZyrBasFindPercentOrEnd(p);
     if (!out.Put(run, static_cast<std::size_t>(p - run))) return ZYR_E_BUFFER_TOO_SMALL;
     if (!*p) break;
 

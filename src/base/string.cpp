@@ -4,6 +4,10 @@
 
 #include "base/memory.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 const char16_t kZyrEmptyText[1] = {0};
 
 namespace {
@@ -544,6 +548,49 @@ int ZyrBasCompareNoCase(const char16_t* a, std::size_t aLength, const char16_t* 
     if (x != y) return x < y ? -1 : 1;
   }
   return an < bn ? -1 : (an > bn ? 1 : 0);
+}
+
+void ZyrBasReplaceLineBreaks(char16_t* text, std::size_t length, char16_t with) {
+  std::size_t i = 0;
+#if defined(__SSE2__)
+  // Eight units at a time: most messages hold no line break at all.
+  const __m128i lf = _mm_set1_epi16(0x0a);
+  const __m128i cr = _mm_set1_epi16(0x0d);
+  const __m128i replacement = _mm_set1_epi16(static_cast<short>(with));
+  for (; i + 8 <= length; i += 8) {
+    __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
+    __m128i hit = _mm_or_si128(_mm_cmpeq_epi16(units, lf), _mm_cmpeq_epi16(units, cr));
+    if (_mm_movemask_epi8(hit) == 0) continue;
+    units = _mm_or_si128(_mm_and_si128(hit, replacement), _mm_andnot_si128(hit, units));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(text + i), units);
+  }
+#endif
+  for (; i < length; ++i)
+    if (text[i] == 0x0a || text[i] == 0x0d) text[i] = with;
+}
+
+const char16_t* ZyrBasFindPercentOrEnd(const char16_t* text) {
+  // Unit by unit up to an 8-byte boundary; from there whole aligned words,
+  // which never reach into a page the text does not touch.
+  while ((reinterpret_cast<std::uintptr_t>(text) & 7) != 0) {
+    if (*text == 0 || *text == u'%') return text;
+    ++text;
+  }
+  constexpr std::uint64_t kOnes = 0x0001000100010001ull;
+  constexpr std::uint64_t kHighs = 0x8000800080008000ull;
+  constexpr std::uint64_t kPercents = 0x0025002500250025ull;
+  for (;;) {
+    std::uint64_t word;
+    std::memcpy(&word, text, sizeof word);
+    std::uint64_t percent = word ^ kPercents;
+    // A lane that is zero, in the word or in its XOR with "%", sets its top bit.
+    std::uint64_t zero = (word - kOnes) & ~word & kHighs;
+    std::uint64_t hit = (percent - kOnes) & ~percent & kHighs;
+    if (zero | hit) break;
+    text += 4;
+  }
+  while (*text != 0 && *text != u'%') ++text;
+  return text;
 }
 
 ZyrResult ZyrBasAppendDecimal(ZyrBasString& out, std::uint64_t magnitude, bool negative) {

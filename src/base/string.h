@@ -205,6 +205,12 @@ int ZyrBasCompareNoCase(const char16_t* a, std::size_t aLength, const char16_t* 
 // Upper case of one unit by the system fold.
 char16_t ZyrBasUpcaseChar(char16_t c);
 
+// Replaces every LF and CR in the text by `with`, in place.
+void ZyrBasReplaceLineBreaks(char16_t* text, std::size_t length, char16_t with);
+
+// Index of the first "%" or terminator at or after `text`.
+const char16_t* ZyrBasFindPercentOrEnd(const char16_t* text);
+
 // Appends a decimal number: the magnitude, with "-" in front if `negative`.
 ZyrResult ZyrBasAppendDecimal(ZyrBasString& out, std::uint64_t magnitude, bool negative = false);
 

@@ -195,11 +195,7 @@ ZyrResult ZyrLogComposeEvent(ZyrLogEvent& event, const ZyrLogEventSource& s) {
     return r;
   }
   // A line break never breaks a line of the public log.
-  if (publicLog && !walked) {
-    char16_t* p = event.Message.Data();
-    for (std::size_t i = 0, n = event.Message.Length(); i < n; ++i)
-      if (p[i] == 0x0a || p[i] == 0x0d) p[i] = 0x0b;
-  }
+  if (publicLog && !walked) ZyrBasReplaceLineBreaks(event.Message.Data(), event.Message.Length(), 0x0b);
   event.Timestamp = ZyrBasSystemTime();
   event.ThreadId = ZyrBasCurrentThreadId();
   event.ProcessId = ZyrBasCurrentProcessId();

@@ -211,3 +211,33 @@ TEST(BasNameMap, IteratesInByteOrderAndRefusesDuplicates) {
   EXPECT_EQ(map.Remove(u"a"), ZYR_OK);
   EXPECT_EQ(map.Find(u"a"), nullptr);
 }
+
+TEST(BasScan, LineBreaksReplacedAtEveryPlace) {
+  for (std::size_t length : {1u, 7u, 8u, 9u, 17u, 33u}) {
+    for (std::size_t at = 0; at < length; ++at) {
+      std::u16string text(length, u'x');
+      text[at] = at % 2 ? u'\r' : u'\n';
+      ZyrBasReplaceLineBreaks(text.data(), text.size(), 0x0b);
+      std::u16string expected(length, u'x');
+      expected[at] = 0x0b;
+      ASSERT_EQ(text, expected) << length << " " << at;
+    }
+  }
+}
+
+TEST(BasScan, PercentOrEndFoundFromEveryAlignment) {
+  char16_t buffer[64];
+  for (std::size_t start = 0; start < 8; ++start) {
+    for (std::size_t at = start; at < 40; ++at) {
+      for (char16_t stop : {u'%', u'\0'}) {
+        for (std::size_t i = 0; i < 64; ++i) buffer[i] = u'a';
+        buffer[at] = stop;
+        buffer[63] = 0;
+        ASSERT_EQ(ZyrBasFindPercentOrEnd(buffer + start), buffer + at) << start << " " << at;
+      }
+    }
+  }
+  // A unit whose low byte is "%" is no "%".
+  const char16_t tricky[] = {0x0125, 0x2500, u'%', 0};
+  EXPECT_EQ(ZyrBasFindPercentOrEnd(tricky), tricky + 2);
+}
