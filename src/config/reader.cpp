@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "base/memory.h"
-#include "base/posix/readfile.h"
+#include "base/file.h"
 #include "base/textconv.h"
 
 namespace {
@@ -557,17 +557,18 @@ class Loader {
   std::uint64_t blankLines_ = 0;
 };
 
-// A read-only file seen as a byte file.
-class ReadOnlyBytes : public ZyrCfgByteFile {
+// A file of the base layer seen as a byte file: its reads answer with the
+// same codes (all, ZYR_I_SHORT_READ, ZYR_E_END_OF_DATA).
+class FileBytes : public ZyrCfgByteFile {
  public:
-  explicit ReadOnlyBytes(ZyrBasReadOnlyFile& file) : file_(file) {}
+  explicit FileBytes(ZyrBasFile& file) : file_(file) {}
   ZyrResult Read(void* buffer, std::size_t count, std::size_t* got) override {
     return file_.Read(buffer, count, got);
   }
   ZyrResult Write(const void*, std::size_t) override { return ZYR_E_NOT_SUPPORTED; }
 
  private:
-  ZyrBasReadOnlyFile& file_;
+  ZyrBasFile& file_;
 };
 
 }  // namespace
@@ -586,10 +587,13 @@ ZyrResult ZyrCfgDocument::LoadFile(const char16_t* path) noexcept {
   lineErrors.Clear();
   sections.Clear();
   lineNumber = 0;
-  ZyrBasReadOnlyFile file;
-  ZyrResult r = file.Open(path);
+  if (!path || !*path) return ZYR_E_INVALID_ARGUMENT;
+  // A folder opens for reading on this platform but holds no text.
+  if (ZyrSucceeded(ZyrBasDirectoryExists(path))) return ZYR_E_ACCESS_DENIED;
+  ZyrBasFile file;
+  ZyrResult r = file.Open(path, ZYR_FILE_OPEN_EXISTING, ZYR_FILE_READ, ZYR_FILE_SHARE_READ, 0);
   if (ZyrFailed(r)) return r;
-  ReadOnlyBytes bytes(file);
+  FileBytes bytes(file);
   ZyrFileTextStream stream(&bytes, ZYR_CFG_ENC_UNKNOWN, ZYR_CFG_EOL_UNKNOWN,
                            ZyrFileTextStream::kChunkSize);
   r = Load(stream);
