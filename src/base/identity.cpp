@@ -3,102 +3,24 @@
 #include <cstring>
 
 #include "base/posix/identity_posix.h"
+#include "base/posix/native_path.h"
+#include "base/textconv.h"
 
 namespace {
 
-// The system gives narrow text in UTF-8. Names and environment values are
-// decoded leniently, unlike configuration text: a malformed byte becomes
-// U+FFFD, an unpaired surrogate likewise, so that one odd byte in a host
-// name or a path does not fail the lookup.
-std::size_t DecodeUtf8(const unsigned char* s, std::size_t n, char16_t* out) {
-  std::size_t units = 0;
-  std::size_t i = 0;
-  while (i < n) {
-    std::uint32_t c = s[i];
-    std::size_t extra = 0;
-    std::uint32_t min = 0;
-    if (c < 0x80) {
-    } else if ((c & 0xe0) == 0xc0) {
-      extra = 1, c &= 0x1f, min = 0x80;
-    } else if ((c & 0xf0) == 0xe0) {
-      extra = 2, c &= 0x0f, min = 0x800;
-    } else if ((c & 0xf8) == 0xf0) {
-      extra = 3, c &= 0x07, min = 0x10000;
-    } else {
-      extra = 0, c = 0xfffd;
-    }
-    std::size_t j = 1;
-    for (; j <= extra; ++j) {
-      if (i + j >= n || (s[i + j] & 0xc0) != 0x80) break;
-      c = (c << 6) | (s[i + j] & 0x3f);
-    }
-    if (j <= extra) {
-      c = 0xfffd;  // cut short: the bytes read so far stand for one bad character
-    } else if (extra && (c < min || c > 0x10ffff || (c >= 0xd800 && c < 0xe000))) {
-      c = 0xfffd;
-    }
-    i += j;
-    if (c >= 0x10000) {
-      if (out) {
-        out[units] = static_cast<char16_t>(0xd800 + ((c - 0x10000) >> 10));
-        out[units + 1] = static_cast<char16_t>(0xdc00 + ((c - 0x10000) & 0x3ff));
-      }
-      units += 2;
-    } else {
-      if (out) out[units] = static_cast<char16_t>(c);
-      units += 1;
-    }
-  }
-  return units;
-}
-
+// The system gives narrow text in UTF-8. Names, paths and environment values
+// come in through the same rule as file names, so that a byte that is no
+// UTF-8 survives the way back to the system unchanged.
 ZyrResult AssignUtf8(ZyrBasString& out, const char* text) {
-  const unsigned char* s = reinterpret_cast<const unsigned char*>(text);
-  std::size_t n = std::strlen(text);
-  std::size_t units = DecodeUtf8(s, n, nullptr);
-  if (units == 0) {
-    out.Clear();
-    return ZYR_OK;
-  }
-  ZyrResult r = out.Resize(units);
-  if (ZyrFailed(r)) return r;
-  DecodeUtf8(s, n, out.Data());
-  return ZYR_OK;
-}
-
-std::size_t EncodeUtf8(const char16_t* s, char* out) {
-  std::size_t bytes = 0;
-  auto put = [&](std::uint32_t b) {
-    if (out) out[bytes] = static_cast<char>(b);
-    ++bytes;
-  };
-  for (std::size_t i = 0; s[i]; ++i) {
-    std::uint32_t c = s[i];
-    if (c >= 0xd800 && c < 0xdc00 && s[i + 1] >= 0xdc00 && s[i + 1] < 0xe000) {
-      c = 0x10000 + ((c - 0xd800) << 10) + (s[i + 1] - 0xdc00);
-      ++i;
-    } else if (c >= 0xd800 && c < 0xe000) {
-      c = 0xfffd;
-    }
-    if (c < 0x80) {
-      put(c);
-    } else if (c < 0x800) {
-      put(0xc0 | (c >> 6)), put(0x80 | (c & 0x3f));
-    } else if (c < 0x10000) {
-      put(0xe0 | (c >> 12)), put(0x80 | ((c >> 6) & 0x3f)), put(0x80 | (c & 0x3f));
-    } else {
-      put(0xf0 | (c >> 18)), put(0x80 | ((c >> 12) & 0x3f)), put(0x80 | ((c >> 6) & 0x3f)),
-          put(0x80 | (c & 0x3f));
-    }
-  }
-  return bytes;
+  return ZyrBasWideFromNative(text, std::strlen(text), out);
 }
 
 ZyrResult ToUtf8(const char16_t* text, ZyrBasNarrowText& out) {
-  std::size_t n = EncodeUtf8(text, nullptr);
-  ZyrResult r = out.Resize(n);
+  ZyrBasArray<char> bytes;
+  ZyrResult r = ZyrBasEncodeUtf8(bytes, text);
+  if (ZyrSucceeded(r)) r = out.Resize(bytes.Count());
   if (ZyrFailed(r)) return r;
-  EncodeUtf8(text, out.Data());
+  if (bytes.Count()) std::memcpy(out.Data(), bytes.begin(), bytes.Count());
   return ZYR_OK;
 }
 
