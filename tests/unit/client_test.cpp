@@ -94,8 +94,6 @@ TEST_F(ClientTest, FirstLogFolderWinsAndDefaultIsCreated) {
   ASSERT_EQ(log->SetFolders(u"cfg1", zyrtest::U16(first).c_str(), 0), ZYR_OK);
   ASSERT_EQ(log->SetFolders(u"cfg2", zyrtest::U16(second).c_str(), 0), ZYR_OK);
   EXPECT_EQ(ConfigFolder(log), u"cfg2");
-  ZyrLogChannel* channel = nullptr;
-  (void)channel;
 
   // A null configuration folder on a fresh channel leaves it empty and
   // gives the channel the default log folder, which now exists.
