@@ -24,6 +24,7 @@ ZyrResult ZyrLogClient::Construct() {
 
 ZyrResult ZyrLogClient::GetLoggerOn(std::atomic<ZyrLogChannel*>& slot, ZyrLogger** logger,
                                     const char16_t* name, std::uint32_t mask, bool create) {
+  if (!logger) return ZYR_E_INVALID_ARGUMENT;
   ZyrResult r = ZyrBindChannel(slot);
   if (ZyrFailed(r)) return r;
   ZyrLogManager* manager = slot.load()->manager;
@@ -43,7 +44,8 @@ ZyrResult CopyOut(const ZyrBasString& text, char16_t* buffer, std::uint64_t capa
                   std::uint64_t* needed) {
   std::uint64_t length = text.Length();
   if (needed) *needed = length + 1;
-  if (length > capacity) return ZYR_E_BUFFER_TOO_SMALL;
+  // Without a buffer the call only measures.
+  if (length > capacity || !buffer) return ZYR_E_BUFFER_TOO_SMALL;
   for (std::uint64_t i = 0; i < length; ++i) buffer[i] = text.Text()[i];
   buffer[length] = 0;
   return ZYR_OK;

@@ -17,7 +17,10 @@ bool IsLogIid(const ZyrIid* iid) {
 }
 }  // namespace
 
+// A null identifier or out-pointer is a caller's error; it is answered with
+// ZYR_E_INVALID_ARGUMENT rather than a crash inside the caller's process.
 ZYR_EXPORT ZyrResult GetZyrObject(const ZyrIid* iid, void** object) {
+  if (!iid || !object) return ZYR_E_INVALID_ARGUMENT;
   bool access = ZyrIidEquals(*iid, IID_IZyrLogAccess);
   if (!access && !ZyrIidEquals(*iid, IID_IZyrObject)) return ZYR_E_NOT_SUPPORTED;
   ZyrLogObject* o = nullptr;
@@ -34,6 +37,7 @@ ZYR_EXPORT ZyrResult GetZyrObject(const ZyrIid* iid, void** object) {
 }
 
 ZYR_EXPORT ZyrResult ZyrGetLogObject(const ZyrIid* iid, IZyrLog** log) {
+  if (!iid || !log) return ZYR_E_INVALID_ARGUMENT;
   if (!IsLogIid(iid)) return ZYR_E_NOT_SUPPORTED;
   void* access = nullptr;
   ZyrResult r = GetZyrObject(&IID_IZyrLogAccess, &access);
@@ -43,7 +47,7 @@ ZYR_EXPORT ZyrResult ZyrGetLogObject(const ZyrIid* iid, IZyrLog** log) {
 }
 
 ZYR_EXPORT ZyrResult ZyrReleaseLogObject(const ZyrIid* iid, IZyrLog* log) {
-  if (!IsLogIid(iid) || !log) return ZYR_OK;  // caller errors have no result
+  if (!iid || !IsLogIid(iid) || !log) return ZYR_OK;  // caller errors have no result
   if (ZyrModuleFinished()) return ZYR_OK;     // the object no longer exists
   ZyrLogObject::FromLog(log)->Release();
   return ZYR_OK;

@@ -189,3 +189,18 @@ TEST_F(ClientTest, LoggerFieldsStandBehindTheTable) {
   EXPECT_EQ(reinterpret_cast<char*>(&logger->flags) - base, 12);
   ZyrReleaseLogObject(&IID_IZyrLog, log);
 }
+
+TEST_F(ClientTest, NullArgumentsAreAnsweredNotFollowed) {
+  IZyrLog* log = nullptr;
+  EXPECT_EQ(ZyrGetLogObject(nullptr, &log), ZYR_E_INVALID_ARGUMENT);
+  EXPECT_EQ(ZyrGetLogObject(&IID_IZyrLog, nullptr), ZYR_E_INVALID_ARGUMENT);
+  EXPECT_EQ(GetZyrObject(&IID_IZyrObject, nullptr), ZYR_E_INVALID_ARGUMENT);
+  EXPECT_EQ(ZyrReleaseLogObject(nullptr, nullptr), ZYR_OK);
+  log = NewLog();
+  EXPECT_EQ(log->GetLogger(nullptr, u"x"), ZYR_E_INVALID_ARGUMENT);
+  ASSERT_EQ(log->SetConfigFolder(u"/abc", nullptr, 0), ZYR_OK);
+  std::uint64_t needed = 0;
+  EXPECT_EQ(log->GetConfigFolder(nullptr, 0, &needed), ZYR_E_BUFFER_TOO_SMALL);
+  EXPECT_EQ(needed, 5u);
+  ZyrReleaseLogObject(&IID_IZyrLog, log);
+}
