@@ -3,9 +3,13 @@
 #ifndef ZYR_TESTS_TEST_SUPPORT_H
 #define ZYR_TESTS_TEST_SUPPORT_H
 
+#include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <fstream>
+#include <sstream>
 #include <string>
 
 namespace zyrtest {
@@ -45,6 +49,68 @@ inline std::string Narrow(const std::u16string& s) {
   for (char16_t c : s) out.push_back(c < 0x80 ? static_cast<char>(c) : '?');
   return out;
 }
+
+// Any of the library's strings (Text and Length) as a std::u16string.
+template <class T>
+std::u16string Str(const T& s) {
+  return std::u16string(s.Text(), s.Length());
+}
+
+inline std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+inline void WriteFile(const std::string& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+}
+
+// True for anything at the path, a dangling link included.
+inline bool Exists(const std::string& path) {
+  struct stat st;
+  return lstat(path.c_str(), &st) == 0;
+}
+
+// Sets or clears an environment variable for a scope and puts the old value
+// back.
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const char* value) : name_(name) {
+    const char* old = getenv(name);
+    had_ = old != nullptr;
+    if (had_) old_ = old;
+    Set(value);
+  }
+  ~ScopedEnv() { Set(had_ ? old_.c_str() : nullptr); }
+  void Set(const char* value) {
+    if (value) setenv(name_, value, 1);
+    else unsetenv(name_);
+  }
+
+ private:
+  const char* name_;
+  bool had_;
+  std::string old_;
+};
+
+// A test with a fresh private folder, removed afterwards.
+class TempDirTest : public ::testing::Test {
+ protected:
+  void SetUp() override { dir_ = MakeTempDir("t"); }
+  void TearDown() override { RemoveTree(dir_); }
+  std::string P(const std::string& name) const { return dir_ + "/" + name; }
+  // The same path in the library's own spelling, with "\".
+  std::u16string WP(const std::string& name) const {
+    std::u16string w = U16(P(name));
+    for (char16_t& c : w)
+      if (c == u'/') c = u'\\';
+    return w;
+  }
+
+  std::string dir_;
+};
 
 }  // namespace zyrtest
 
