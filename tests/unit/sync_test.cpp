@@ -21,6 +21,7 @@ long ElapsedMs(Clock::time_point since) {
 
 TEST(SyncEvent, ManualResetStaysSignalledUntilReset) {
   ZyrBasEvent e;
+  EXPECT_EQ(e.Wait(0), ZYR_E_INVALID_HANDLE);
   ASSERT_EQ(e.Create(), ZYR_OK);
   EXPECT_EQ(e.Create(), ZYR_E_ALREADY_EXISTS);
 
@@ -34,17 +35,8 @@ TEST(SyncEvent, ManualResetStaysSignalledUntilReset) {
   ASSERT_EQ(e.Set(), ZYR_OK);    // setting twice needs one reset only
   ASSERT_EQ(e.Reset(), ZYR_OK);
   EXPECT_EQ(e.Wait(0), ZYR_W_TIMEOUT);
-  EXPECT_EQ(e.Reset(), ZYR_OK);  // resetting an unsignalled event is fine
-}
-
-TEST(SyncEvent, CloseEmptiesAndAllowsCreateAgain) {
-  ZyrBasEvent e;
-  EXPECT_EQ(e.Wait(0), ZYR_E_INVALID_HANDLE);
-  EXPECT_EQ(e.Set(), ZYR_E_INVALID_HANDLE);
-  ASSERT_EQ(e.Create(), ZYR_OK);
-  EXPECT_EQ(e.GetKind(), ZyrBasWaitable::kOwned);
   EXPECT_EQ(e.Close(), ZYR_OK);
-  EXPECT_EQ(e.GetKind(), ZyrBasWaitable::kNothing);
+  EXPECT_EQ(e.Set(), ZYR_E_INVALID_HANDLE);
   EXPECT_EQ(e.Create(), ZYR_OK);
 }
 
@@ -79,9 +71,8 @@ TEST(SyncWaitable, ReferenceWaitsOnTheReferredObjectAtAnyDepth) {
   EXPECT_EQ(two.Close(), ZYR_OK);
   EXPECT_EQ(two.Wait(0), ZYR_E_INVALID_HANDLE);
   EXPECT_EQ(e.Wait(0), ZYR_OK);
-}
 
-TEST(SyncWaitable, ReferenceCycleIsNoHandleNotAHang) {
+  // A cycle is no handle, not a hang.
   ZyrBasWaitable a, b;
   ASSERT_EQ(a.Refer(b), ZYR_OK);
   ASSERT_EQ(b.Refer(a), ZYR_OK);
@@ -91,37 +82,27 @@ TEST(SyncWaitable, ReferenceCycleIsNoHandleNotAHang) {
 // --------------------------------------------------------------------------
 // Wait sets
 
-TEST(SyncWaitSet, EmptySetAndUnknownMembers) {
+TEST(SyncWaitSet, EmptySetUnknownAndDuplicateMembers) {
   ZyrBasWaitSet set;
   ZyrBasWaitable* out = nullptr;
   EXPECT_EQ(set.Wait(0, true, &out), ZYR_W_WAIT_SET_EMPTY);
-  ZyrBasEvent never;  // holds nothing
+  ZyrBasEvent never, a;  // `never` holds nothing
   EXPECT_EQ(set.Add(never), ZYR_OK);
   EXPECT_EQ(set.Wait(0, true, &out), ZYR_E_INVALID_HANDLE);
   EXPECT_EQ(set.Remove(never), ZYR_OK);
   EXPECT_EQ(set.Remove(never), ZYR_I_NOT_FOUND);
-  EXPECT_EQ(set.Count(), 0u);
-}
-
-TEST(SyncWaitSet, DuplicateAddLeavesTheSetAsItWas) {
-  ZyrBasEvent a, b;
   ASSERT_EQ(a.Create(), ZYR_OK);
-  ASSERT_EQ(b.Create(), ZYR_OK);
-  ZyrBasWaitSet set;
   EXPECT_EQ(set.Add(a), ZYR_OK);
-  EXPECT_EQ(set.Add(b), ZYR_OK);
   EXPECT_EQ(set.Add(a), ZYR_I_ALREADY_IN_SET);
-  EXPECT_EQ(set.Count(), 2u);
+  EXPECT_EQ(set.Count(), 1u);
 }
 
 TEST(SyncWaitSet, AnyReportsTheSignalledObject) {
   ZyrBasEvent a, b, c;
-  ASSERT_EQ(a.Create(), ZYR_OK);
-  ASSERT_EQ(b.Create(), ZYR_OK);
-  ASSERT_EQ(c.Create(), ZYR_OK);
   ZyrBasWaitable refToC;
-  ASSERT_EQ(refToC.Refer(c), ZYR_OK);
   ZyrBasWaitSet set;
+  for (ZyrBasEvent* e : {&a, &b, &c}) ASSERT_EQ(e->Create(), ZYR_OK);
+  ASSERT_EQ(refToC.Refer(c), ZYR_OK);
   set.Add(a);
   set.Add(b);
   set.Add(refToC);
@@ -138,11 +119,11 @@ TEST(SyncWaitSet, AnyReportsTheSignalledObject) {
 
 TEST(SyncWaitSet, AllWaitsForEveryMember) {
   ZyrBasEvent a, b;
-  ASSERT_EQ(a.Create(), ZYR_OK);
-  ASSERT_EQ(b.Create(), ZYR_OK);
   ZyrBasWaitSet set;
-  set.Add(a);
-  set.Add(b);
+  for (ZyrBasEvent* e : {&a, &b}) {
+    ASSERT_EQ(e->Create(), ZYR_OK);
+    set.Add(*e);
+  }
   ZyrBasWaitable* out = nullptr;
   a.Set();
   EXPECT_EQ(set.Wait(30, false, &out), ZYR_W_TIMEOUT);
@@ -168,7 +149,6 @@ TEST(SyncWaitSet, SixtyFifthObjectOverfillsTheSet) {
 
   ASSERT_EQ(events[64].Create(), ZYR_OK);
   EXPECT_EQ(set.Add(events[64]), ZYR_I_WAIT_SET_OVERFULL);
-  EXPECT_EQ(set.Count(), 65u);
   EXPECT_EQ(set.Wait(0, true, &out), ZYR_E_TOO_MANY_WAIT_HANDLES);
   set.Remove(events[0]);
   EXPECT_EQ(set.Wait(0, true, &out), ZYR_OK);
@@ -200,12 +180,9 @@ class WaitingThread : public ZyrBasThread {
 
 TEST(SyncThread, SecondStartWhileRunningTimesOutAndTheThreadGoesOn) {
   WaitingThread t;
-  EXPECT_EQ(t.ThreadId(), ZyrBasThread::kNoThreadId);
   ZyrResult code;
   EXPECT_EQ(t.GetExitCode(&code), ZYR_E_INVALID_HANDLE);
-
   ASSERT_EQ(t.Start(0), ZYR_OK);
-  EXPECT_NE(t.ThreadId(), ZyrBasThread::kNoThreadId);
   EXPECT_EQ(t.Start(0), ZYR_E_TIMEOUT);
   EXPECT_EQ(t.Wait(0), ZYR_W_TIMEOUT);  // still running
   EXPECT_EQ(t.GetExitCode(&code), ZYR_W_TIMEOUT);
@@ -240,23 +217,20 @@ TEST(SyncThread, RestartAfterEndResetsTheStopEvent) {
 }
 
 TEST(SyncThread, SuspendedThreadRunsOnlyWhenResumed) {
-  WaitingThread t;
+  WaitingThread t, closed;
   ASSERT_EQ(t.Start(ZyrBasThread::kStartSuspended), ZYR_OK);
-  EXPECT_EQ(t.ThreadFlags(), ZyrBasThread::kStartSuspended);
   t.StopEvent().Set();  // Run would return at once if it ran
   EXPECT_EQ(t.Wait(80), ZYR_W_TIMEOUT);
   EXPECT_EQ(t.runs.load(), 0);
   ASSERT_EQ(t.Resume(), ZYR_OK);
   ASSERT_EQ(t.Wait(ZYR_WAIT_FOREVER), ZYR_OK);
   EXPECT_EQ(t.runs.load(), 1);
-}
 
-TEST(SyncThread, ClosingANeverResumedThreadEndsItWithoutRunning) {
-  WaitingThread t;
-  ASSERT_EQ(t.Start(ZyrBasThread::kStartSuspended), ZYR_OK);
-  EXPECT_EQ(t.Close(), ZYR_OK);
-  EXPECT_EQ(t.runs.load(), 0);
-  EXPECT_EQ(t.Resume(), ZYR_E_INVALID_HANDLE);
+  // Closing a never resumed thread ends it without running.
+  ASSERT_EQ(closed.Start(ZyrBasThread::kStartSuspended), ZYR_OK);
+  EXPECT_EQ(closed.Close(), ZYR_OK);
+  EXPECT_EQ(closed.runs.load(), 0);
+  EXPECT_EQ(closed.Resume(), ZYR_E_INVALID_HANDLE);
 }
 
 TEST(SyncThread, StopReferenceCanStandForAnotherEvent) {
