@@ -84,22 +84,25 @@ ZyrResult ZyrBasCreateDirectoryTree(const char16_t* path) {
   }
 
   // Top down, then the path itself; on a failure undo what this call made.
-  std::size_t made = 0;
+  ZyrBasArray<std::size_t> made;  // lengths of the levels this call made, top first
   ZyrResult failure = ZYR_OK;
   for (std::size_t k = missing.Count() + 1; k-- > 0;) {
     std::size_t length = k == 0 ? n : missing[k - 1];
     ZyrResult r = CreateDirectory(path, length);
+    // Another process may make the same tree at the same moment (every
+    // writer of a shared log makes its folder): a parent that stands as a
+    // directory by now is no failure, and it is not ours to undo.
+    if (r == ZYR_E_ALREADY_EXISTS && k != 0 && DirectoryExists(path, length) == ZYR_OK) continue;
+    if (ZyrSucceeded(r) && k != 0) r = made.Append(length);
     if (ZyrFailed(r)) {
       failure = r;
       break;
     }
-    ++made;
   }
   if (ZyrSucceeded(failure)) return ZYR_OK;
-  for (std::size_t j = made; j-- > 0;) {  // the deepest level first
-    std::size_t length = missing[missing.Count() - 1 - j];
+  for (std::size_t j = made.Count(); j-- > 0;) {  // the deepest level first
     ZyrBasString level;
-    if (ZyrFailed(level.Assign(path, length))) break;
+    if (ZyrFailed(level.Assign(path, made[j]))) break;
     if (ZyrFailed(ZyrBasDeleteTree(level.Text(), false, 0))) break;
   }
   return failure;

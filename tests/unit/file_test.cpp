@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include <vector>
 
 #include <cerrno>
 #include <algorithm>
@@ -513,4 +516,31 @@ TEST_F(FileTest, SerialFormCarriesTheOpenFile) {
   cut.bytes.resize(cut.bytes.size() - 3);
   EXPECT_EQ(h.Deserialize(cut, passing, 0), ZYR_E_CORRUPT_STREAM);
   EXPECT_FALSE(h.IsOpen());
+}
+
+// Writers of one shared log all make its folder at start: processes that
+// make the same tree at the same moment all succeed.
+TEST_F(FileTest, DirectoryTreeMadeByRacingProcesses) {
+  for (int round = 0; round < 5; ++round) {
+    std::u16string deep = WP("race" + std::to_string(round) + "/a/b/c/d/e");
+    std::vector<pid_t> children;
+    for (int i = 0; i < 6; ++i) {
+      pid_t child = fork();
+      if (child == 0) {
+        // The deepest level may be made by another: "already exists" is what
+        // such a caller hears, and the folder must stand when it returns.
+        ZyrResult r = ZyrBasCreateDirectoryTree(deep.c_str());
+        bool ok = (r == ZYR_OK || r == ZYR_E_ALREADY_EXISTS) && ZyrBasDirectoryExists(deep.c_str()) == ZYR_OK;
+        _exit(ok ? 0 : 1);
+      }
+      children.push_back(child);
+    }
+    int failures = 0;
+    for (pid_t child : children) {
+      int status = 0;
+      waitpid(child, &status, 0);
+      if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) ++failures;
+    }
+    EXPECT_EQ(failures, 0) << "round " << round;
+  }
 }
