@@ -43,10 +43,14 @@ ZyrResult ZyrLogDispatcher::Init() {
 }
 
 void ZyrLogDispatcher::HousekeepingTick() {
-  if (housekeepingBusy_.exchange(1) == 1) return;  // another thread is at it
+  // The time is looked at before the busy flag is taken: a message whose
+  // tick has not come writes nothing that other threads share, so writers
+  // on several threads do not pass the flag's cache line between them.
   std::uint32_t now = ZyrBasTickCount();
-  if (lastHousekeeping_ < now - 1000u) {
-    lastHousekeeping_ = now;
+  if (!(lastHousekeeping_.load(std::memory_order_relaxed) < now - 1000u)) return;
+  if (housekeepingBusy_.exchange(1) == 1) return;  // another thread is at it
+  if (lastHousekeeping_.load(std::memory_order_relaxed) < now - 1000u) {
+    lastHousekeeping_.store(now, std::memory_order_relaxed);
     // Log file housekeeping and the configuration change check run here;
     // the check only while no worker runs (the worker watches folders).
     if (!running_.load() && changeCallback_) (void)changeCallback_(changeContext_);

@@ -90,7 +90,7 @@ class ZyrLogDispatcher {
   ChangeCallback changeCallback_;
   void* changeContext_;
   std::atomic<std::uint32_t> housekeepingBusy_{0};
-  std::uint32_t lastHousekeeping_;
+  std::atomic<std::uint32_t> lastHousekeeping_;
   ZyrLogWorker worker_;
   std::uint8_t workerStarted_ = 0;
   ZyrBasCriticalSection queueLock_;

@@ -63,10 +63,10 @@ ZyrResult ZyrLoggerNode::Write(ZyrLogSeverity severity, const char16_t* format,
   ZyrLogEventSource source{name_.Text(), severity,     format,   fileName,  line,
                            buildNr,      svnRev,       revisionText, product, logFlags,
                            scrambleMode, arguments,    preamble};
+  if (!hierarchy_) return ZYR_E_NOT_INITIALIZED;
   ZyrLogEvent event;
   ZyrResult r = ZyrLogComposeEvent(event, source);
   if (ZyrFailed(r)) return r;
-  if (!hierarchy_) return ZYR_E_NOT_INITIALIZED;
   return hierarchy_->Dispatch(this, event);
 }
 
