@@ -9,6 +9,7 @@
 #include <sstream>
 #include <string>
 
+#include "base/memory.h"
 #include "engine/manager.h"
 #include "test_support.h"
 #include "zyrlog/zyrlog.h"
@@ -188,4 +189,24 @@ TEST(ForgottenObject, IsDestroyedWhenTheProcessEnds) {
   ASSERT_EQ(WEXITSTATUS(status), 0);
   EXPECT_EQ(ReadAll(file), "\xEF\xBB\xBFline\r\n--end--\r\n");
   zyrtest::RemoveTree(dir);
+}
+
+// In the steady state a message whose strings fit their inline buffers
+// costs no allocation on the whole road to a file: with every allocation
+// made to fail, it is still written.
+TEST_F(ConfigFileTest, ShortMessageAllocatesNothingOnTheWayToAFile) {
+  std::string file = dir_ + "/short.log";
+  std::u16string text = u"[root]\nAddAppenders = f\n[f]\nType = Appender\nAppenderType = File\nFileName = " +
+                        zyrtest::U16(file) + u"\n";
+  ASSERT_EQ(log_->LoadConfigText(text.c_str()), ZYR_OK);
+  ZyrLogger* logger = Get(u"short");
+  std::uint64_t args[] = {7};
+  ASSERT_EQ(logger->LogShort(ZYR_SEVERITY_INFO, u"n=%d", u"a.cpp", 1, 0, 0, 0, args), ZYR_OK);
+  ZyrBasTestFailAllocationsAfter(0);
+  ZyrResult r = logger->LogShort(ZYR_SEVERITY_INFO, u"n=%d", u"a.cpp", 2, 0, 0, 0, args);
+  ZyrBasTestFailAllocationsAfter(-1);
+  EXPECT_EQ(r, ZYR_OK);
+  ASSERT_EQ(log_->Flush(), ZYR_OK);
+  std::string written = ReadAll(file);
+  EXPECT_NE(written.find("ID:a.cpp:2.0.0.0 MSG:n=7\r\n"), std::string::npos);
 }
