@@ -184,14 +184,5 @@ void ZyrLogCustomLayout::Destroy(std::uint32_t flags) {
 }
 
 ZyrResult ZyrLogCustomLayoutCreator::Create(ZyrLogLayout** layout, const char16_t* name) {
-  *layout = nullptr;
-  ZyrLogCustomLayout* made = ZyrNew<ZyrLogCustomLayout>();
-  if (!made) return ZYR_E_OUT_OF_MEMORY;
-  ZyrResult r = made->SetName(name);
-  if (ZyrFailed(r)) {
-    made->Destroy(1);
-    return r;
-  }
-  *layout = made;
-  return ZYR_OK;
+  return ZyrLogMakeLayout<ZyrLogCustomLayout>(layout, name);
 }

@@ -33,16 +33,7 @@ void ZyrLogStandardLayout::Destroy(std::uint32_t flags) {
 }
 
 ZyrResult ZyrLogStandardLayoutCreator::Create(ZyrLogLayout** layout, const char16_t* name) {
-  *layout = nullptr;
-  ZyrLogStandardLayout* made = ZyrNew<ZyrLogStandardLayout>();
-  if (!made) return ZYR_E_OUT_OF_MEMORY;
-  ZyrResult r = made->SetName(name);
-  if (ZyrFailed(r)) {
-    made->Destroy(1);
-    return r;
-  }
-  *layout = made;
-  return ZYR_OK;
+  return ZyrLogMakeLayout<ZyrLogStandardLayout>(layout, name);
 }
 
 ZyrResult ZyrLogLayoutList::Find(const char16_t* name, ZyrLogLayout** layout) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "base/array.h"
+#include "base/memory.h"
 #include "base/string.h"
 #include "zyrlog/result.h"
 
@@ -51,6 +52,22 @@ class ZyrLogLayoutCreator {
   virtual ~ZyrLogLayoutCreator() = default;
   virtual ZyrResult Create(ZyrLogLayout** layout, const char16_t* name) = 0;
 };
+
+// Allocates a layout of class T with its name; ZYR_E_OUT_OF_MEMORY and a
+// null layout when that fails.
+template <class T>
+ZyrResult ZyrLogMakeLayout(ZyrLogLayout** layout, const char16_t* name) {
+  *layout = nullptr;
+  T* made = ZyrNew<T>();
+  if (!made) return ZYR_E_OUT_OF_MEMORY;
+  ZyrResult r = made->SetName(name);
+  if (ZyrFailed(r)) {
+    made->Destroy(1);
+    return r;
+  }
+  *layout = made;
+  return ZYR_OK;
+}
 
 class ZyrLogStandardLayoutCreator final : public ZyrLogLayoutCreator {
  public:
