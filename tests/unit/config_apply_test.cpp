@@ -14,6 +14,7 @@
 #include "engine/dispatcher.h"
 #include "engine/manager.h"
 #include "engine_support.h"
+#include "log_object_fixture.h"
 #include "zyrlog/zyrlog.h"
 
 namespace {
@@ -45,23 +46,9 @@ class Capture {
   std::string path_;
 };
 
-class ConfigTest : public ::testing::Test {
+class ConfigTest : public zyrtest::LogObjectTest {
  protected:
-  void SetUp() override {
-    dir_ = zyrtest::UsePrivateLocalAppData("config");
-    ASSERT_EQ(ZyrGetLogObject(&IID_IZyrLog, &log_), ZYR_OK);
-  }
-  void TearDown() override {
-    ZyrReleaseLogObject(&IID_IZyrLog, log_);
-    zyrtest::RemoveTree(dir_);
-  }
-  ZyrLogger* Get(const char16_t* name) {
-    ZyrLogger* logger = nullptr;
-    EXPECT_EQ(log_->GetLogger(&logger, name), ZYR_OK);
-    return logger;
-  }
-  IZyrLog* log_ = nullptr;
-  std::string dir_;
+  ConfigTest() : LogObjectTest("config") {}
 };
 
 }  // namespace

@@ -11,40 +11,18 @@
 
 #include "base/memory.h"
 #include "engine/manager.h"
+#include "log_object_fixture.h"
 #include "test_support.h"
 #include "zyrlog/zyrlog.h"
 
 namespace {
 
-std::string ReadAll(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
+using zyrtest::ReadFile;
+using zyrtest::WriteFile;
 
-void WriteAll(const std::string& path, const std::string& text) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out << text;
-}
-
-class ConfigFileTest : public ::testing::Test {
+class ConfigFileTest : public zyrtest::LogObjectTest {
  protected:
-  void SetUp() override {
-    dir_ = zyrtest::UsePrivateLocalAppData("cfgfile");
-    ASSERT_EQ(ZyrGetLogObject(&IID_IZyrLog, &log_), ZYR_OK);
-  }
-  void TearDown() override {
-    if (log_) ZyrReleaseLogObject(&IID_IZyrLog, log_);
-    zyrtest::RemoveTree(dir_);
-  }
-  ZyrLogger* Get(const char16_t* name) {
-    ZyrLogger* logger = nullptr;
-    EXPECT_EQ(log_->GetLogger(&logger, name), ZYR_OK);
-    return logger;
-  }
-  IZyrLog* log_ = nullptr;
-  std::string dir_;
+  ConfigFileTest() : LogObjectTest("cfgfile") {}
 };
 
 }  // namespace
@@ -55,7 +33,7 @@ TEST_F(ConfigFileTest, DefaultConfigurationWritesCommonLog) {
   ZyrLogger* app = Get(u"demo.app");
   ASSERT_EQ(app->LogShort(ZYR_SEVERITY_INFO, u"hello", u"main.cpp", 3, 0, 0, 0, nullptr), ZYR_OK);
   ASSERT_EQ(log_->Flush(), ZYR_OK);
-  std::string text = ReadAll(dir_ + "/Zyr/OPH2015/log/common.log");
+  std::string text = ReadFile(dir_ + "/Zyr/OPH2015/log/common.log");
   ASSERT_GE(text.size(), 3u);
   EXPECT_EQ(text.substr(0, 3), "\xEF\xBB\xBF");
   EXPECT_NE(text.find("[demo.app] INFO "), std::string::npos);
@@ -74,13 +52,13 @@ TEST_F(ConfigFileTest, MissingFileFailsAndChangesNothing) {
 
 TEST_F(ConfigFileTest, RelativeNameUsesTheChannelFolderAndReloadTakesChanges) {
   std::string cfg = dir_ + "/app.cfg";
-  WriteAll(cfg, "\xEF\xBB\xBF[svc]\r\nAdditive = no\r\nSeverity = WARN\r\n");
+  WriteFile(cfg, "\xEF\xBB\xBF[svc]\r\nAdditive = no\r\nSeverity = WARN\r\n");
   ASSERT_EQ(log_->SetFolders(zyrtest::U16(dir_).c_str(), nullptr, 0), ZYR_OK);
   ASSERT_EQ(log_->LoadConfigFile(u"app.cfg"), ZYR_OK);
   ZyrLogger* svc = Get(u"svc");
   EXPECT_EQ(svc->threshold.load(), ZYR_SEVERITY_WARN);
 
-  WriteAll(cfg, "[svc]\nAdditive = no\nSeverity = ERROR\n");
+  WriteFile(cfg, "[svc]\nAdditive = no\nSeverity = ERROR\n");
   ZyrLogManager* m = nullptr;
   ASSERT_EQ(ZyrLogManager::Acquire(&m), ZYR_OK);
   EXPECT_EQ(m->ReloadConfig(), ZYR_OK);
@@ -113,13 +91,13 @@ TEST_F(ConfigFileTest, ResetGoesBackToTheBuiltInDefault) {
   ZyrLogger* app = Get(u"after.reset");
   ASSERT_EQ(app->LogShort(ZYR_SEVERITY_WARN, u"again", nullptr, 0, 0, 0, 0, nullptr), ZYR_OK);
   ASSERT_EQ(log_->Flush(), ZYR_OK);
-  EXPECT_NE(ReadAll(dir_ + "/Zyr/OPH2015/log/common.log").find("MSG:again\r\n"), std::string::npos);
+  EXPECT_NE(ReadFile(dir_ + "/Zyr/OPH2015/log/common.log").find("MSG:again\r\n"), std::string::npos);
 }
 
 TEST(ConfigFileFailure, LogFolderThatCannotBeMadeFailsTheObject) {
   std::string dir = zyrtest::MakeTempDir("nofolder");
   std::string blocker = dir + "/file";
-  WriteAll(blocker, "x");
+  WriteFile(blocker, "x");
   setenv("LOCALAPPDATA", blocker.c_str(), 1);  // a file where a folder must go
   IZyrLog* log = nullptr;
   ZyrResult r = ZyrGetLogObject(&IID_IZyrLog, &log);
@@ -136,11 +114,11 @@ TEST_F(ConfigFileTest, PrivateFileFromTheStoreFolderComesFirstAndOnce) {
   std::string key = store + "/MACHINE/SYSTEM/CurrentControlSet/Services/Zyr/Zyr/OPH2015";
   std::string product = dir_ + "/product";
   ASSERT_EQ(system(("mkdir -p '" + key + "' '" + product + "/log'").c_str()), 0);
-  WriteAll(key + "/.values", "ZyrAllUsersDir = sz:" + product + "\n");
+  WriteFile(key + "/.values", "ZyrAllUsersDir = sz:" + product + "\n");
   setenv("ZYR_REGISTRY_ROOT", store.c_str(), 1);
-  WriteAll(product + "/log/privlog.cfg",
+  WriteFile(product + "/log/privlog.cfg",
            "[priv.only]\nAdditive = no\nSeverity = DEBUG\n[both]\nAdditive = no\nSeverity = DEBUG\n");
-  WriteAll(dir_ + "/named.cfg", "[both]\nAdditive = no\nSeverity = FATAL\n");
+  WriteFile(dir_ + "/named.cfg", "[both]\nAdditive = no\nSeverity = FATAL\n");
 
   ASSERT_EQ(log_->SetFolders(zyrtest::U16(dir_).c_str(), nullptr, 0), ZYR_OK);
   ASSERT_EQ(log_->LoadConfigText(u"[text.only]\nAdditive = no\nSeverity = ERROR\n"), ZYR_OK);
@@ -150,7 +128,7 @@ TEST_F(ConfigFileTest, PrivateFileFromTheStoreFolderComesFirstAndOnce) {
   EXPECT_EQ(Get(u"both")->threshold.load(), ZYR_SEVERITY_FATAL);
 
   // Tried once per manager: a changed private file is not read by the next load.
-  WriteAll(product + "/log/privlog.cfg", "[priv.only]\nAdditive = no\nSeverity = WARN\n");
+  WriteFile(product + "/log/privlog.cfg", "[priv.only]\nAdditive = no\nSeverity = WARN\n");
   ASSERT_EQ(log_->LoadConfigFile(u"named.cfg"), ZYR_OK);
   EXPECT_EQ(Get(u"priv.only")->threshold.load(), ZYR_SEVERITY_DEBUG);
 
@@ -187,7 +165,7 @@ TEST(ForgottenObject, IsDestroyedWhenTheProcessEnds) {
   ASSERT_EQ(waitpid(child, &status, 0), child);
   ASSERT_TRUE(WIFEXITED(status));
   ASSERT_EQ(WEXITSTATUS(status), 0);
-  EXPECT_EQ(ReadAll(file), "\xEF\xBB\xBFline\r\n--end--\r\n");
+  EXPECT_EQ(ReadFile(file), "\xEF\xBB\xBFline\r\n--end--\r\n");
   zyrtest::RemoveTree(dir);
 }
 
@@ -207,6 +185,6 @@ TEST_F(ConfigFileTest, ShortMessageAllocatesNothingOnTheWayToAFile) {
   ZyrBasTestFailAllocationsAfter(-1);
   EXPECT_EQ(r, ZYR_OK);
   ASSERT_EQ(log_->Flush(), ZYR_OK);
-  std::string written = ReadAll(file);
+  std::string written = ReadFile(file);
   EXPECT_NE(written.find("ID:a.cpp:2.0.0.0 MSG:n=7\r\n"), std::string::npos);
 }
