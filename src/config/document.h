@@ -23,6 +23,7 @@
 #include "base/string.h"
 #include "zyrlog/result.h"
 
+class ZyrBasFile;
 class ZyrTextStream;
 template <class T>
 class ZyrCfgWeakRef;
@@ -278,6 +279,11 @@ class ZyrCfgDocument {
   ZyrResult Load(ZyrTextStream& stream) noexcept;
   // Load from a file, whose encoding is told by its byte order mark.
   ZyrResult LoadFile(const char16_t* path) noexcept;
+  // Opens a configuration file for reading as LoadFile does: a folder is
+  // refused with ZYR_E_ACCESS_DENIED, since it opens but holds no text.
+  static ZyrResult OpenFile(ZyrBasFile& file, const char16_t* path) noexcept;
+  // Load from a file that the caller opened (OpenFile) and closes.
+  ZyrResult LoadOpened(ZyrBasFile& file) noexcept;
 
   ZyrBasNameMap<ZyrCfgSectionRef> sections;
   ZyrBasArray<ZyrCfgLineError> lineErrors;  // problems of the last read, by line

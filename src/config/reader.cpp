@@ -583,20 +583,28 @@ ZyrResult ZyrCfgDocument::Load(ZyrTextStream& stream) noexcept {
   return loader.Run(stream);
 }
 
+ZyrResult ZyrCfgDocument::OpenFile(ZyrBasFile& file, const char16_t* path) noexcept {
+  if (!path || !*path) return ZYR_E_INVALID_ARGUMENT;
+  // A folder opens for reading on this platform but holds no text.
+  if (ZyrSucceeded(ZyrBasDirectoryExists(path))) return ZYR_E_ACCESS_DENIED;
+  return file.Open(path, ZYR_FILE_OPEN_EXISTING, ZYR_FILE_READ, ZYR_FILE_SHARE_READ, 0);
+}
+
+ZyrResult ZyrCfgDocument::LoadOpened(ZyrBasFile& file) noexcept {
+  FileBytes bytes(file);
+  ZyrFileTextStream stream(&bytes, ZYR_CFG_ENC_UNKNOWN, ZYR_CFG_EOL_UNKNOWN,
+                           ZyrFileTextStream::kChunkSize);
+  return Load(stream);
+}
+
 ZyrResult ZyrCfgDocument::LoadFile(const char16_t* path) noexcept {
   lineErrors.Clear();
   sections.Clear();
   lineNumber = 0;
-  if (!path || !*path) return ZYR_E_INVALID_ARGUMENT;
-  // A folder opens for reading on this platform but holds no text.
-  if (ZyrSucceeded(ZyrBasDirectoryExists(path))) return ZYR_E_ACCESS_DENIED;
   ZyrBasFile file;
-  ZyrResult r = file.Open(path, ZYR_FILE_OPEN_EXISTING, ZYR_FILE_READ, ZYR_FILE_SHARE_READ, 0);
+  ZyrResult r = OpenFile(file, path);
   if (ZyrFailed(r)) return r;
-  FileBytes bytes(file);
-  ZyrFileTextStream stream(&bytes, ZYR_CFG_ENC_UNKNOWN, ZYR_CFG_EOL_UNKNOWN,
-                           ZyrFileTextStream::kChunkSize);
-  r = Load(stream);
+  r = LoadOpened(file);
   file.Close();
   return r;
 }

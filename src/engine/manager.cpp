@@ -205,29 +205,38 @@ ZyrResult ZyrLogManager::LoadFromFile(const char16_t* fileName, const ZyrBasStri
   ZyrCfgSource source;
   ZyrResult r = ZyrCfgResolveFileName(source.fullPath, fileName, configFolder);
   if (ZyrFailed(r)) return r;
+  // Opened before anything is remembered: a file that exists but cannot be
+  // opened fails the load and leaves no entry among the sources.
+  ZyrBasFile file;
+  r = ZyrCfgDocument::OpenFile(file, source.fullPath.Text());
+  if (ZyrFailed(r)) return r;
   ZyrBasDirEntry info;
-  r = ZyrBasFileInformation(&info, source.fullPath.Text());
-  if (ZyrFailed(r)) return r;  // missing or unreadable: nothing changes
+  r = file.Query(&info);
+  if (ZyrFailed(r)) return r;
   source.lastWrite = static_cast<std::uint64_t>(info.lastWriteTime);
-  r = source.fileName.Assign(fileName);
+  // The rest works on its own copy of the path: once the lock is released,
+  // a load on another thread may move or free the entry in `sources_`.
+  ZyrBasString fullPath;
+  r = fullPath.Assign(source.fullPath);
+  if (ZyrSucceeded(r)) r = source.fileName.Assign(fileName);
   if (ZyrSucceeded(r)) r = source.logFolder.Assign(logFolder);
   if (ZyrFailed(r)) return r;
-  ZyrCfgDocument document;
   {
     // The entry stands before the file is parsed, so that a file that turns
     // out useless is still re-read when it changes.
     ZyrBasLockGuard guard(lock_);
     (void)sources_.Remove(fileName);
-    r = sources_.Insert(source.fileName, static_cast<ZyrCfgSource&&>(source));
+    r = sources_.Insert(fileName, ZYR_TERMINATED, static_cast<ZyrCfgSource&&>(source));
     if (ZyrFailed(r)) return r;
   }
-  ZyrCfgSource* entry = sources_.Find(fileName);
-  r = document.LoadFile(entry->fullPath.Text());
+  ZyrCfgDocument document;
+  r = document.LoadOpened(file);
+  file.Close();
   if (ZyrFailed(r)) return r;
   r = ApplyDocument(document, logFolder);
   if (ZyrFailed(r)) return r;
   ZyrBasString folder;
-  if (ZyrSucceeded(ZyrBasPathDirectory(folder, entry->fullPath.Text(), entry->fullPath.Length())))
+  if (ZyrSucceeded(ZyrBasPathDirectory(folder, fullPath.Text(), fullPath.Length())))
     (void)hierarchy_.WatchFolder(folder.Text());
   return ZYR_OK;
 }

@@ -48,6 +48,15 @@ TEST_F(ConfigFileTest, MissingFileFailsAndChangesNothing) {
   EXPECT_EQ(log_->LoadConfigFile(u""), ZYR_OK);
   EXPECT_EQ(log_->LoadConfigFile(nullptr), ZYR_OK);
   EXPECT_EQ(Get(u"root")->threshold.load(), ZYR_SEVERITY_INFO);
+  // A name that exists but does not open as a file leaves no source behind:
+  // the file that later stands there is not re-read.
+  std::string cfg = dir_ + "/folder.cfg";
+  ASSERT_EQ(mkdir(cfg.c_str(), 0755), 0);
+  EXPECT_EQ(log_->LoadConfigFile(u"folder.cfg"), ZYR_E_ACCESS_DENIED);
+  ASSERT_EQ(rmdir(cfg.c_str()), 0);
+  WriteFile(cfg, "[root]\nSeverity = FATAL\n");
+  EXPECT_EQ(ZyrLogLibraryReloadConfig(), ZYR_OK);
+  EXPECT_EQ(Get(u"root")->threshold.load(), ZYR_SEVERITY_INFO);
 }
 
 TEST_F(ConfigFileTest, RelativeNameUsesTheChannelFolderAndReloadTakesChanges) {
