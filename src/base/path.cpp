@@ -8,6 +8,9 @@ namespace {
 
 inline bool IsSep(char16_t c) { return ZyrBasIsPathSeparator(c); }
 
+// What the algebra writes between components: the platform's own separator.
+constexpr char16_t kSep = kZyrBasPathSeparator;
+
 inline bool IsAsciiLetter(char16_t c) { return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z'); }
 
 inline std::size_t Measure(const char16_t* text, std::size_t length) {
@@ -99,16 +102,16 @@ ZyrResult ZyrBasPathDirectory(ZyrBasString& out, const char16_t* path, std::size
   ZyrResult r = ZYR_OK;
   if (i == 0) {
     if (IsSep(path[0])) {
-      r = built.Append(u'\\');
+      r = built.Append(kSep);
     } else if (n >= 2 && path[1] == u':') {
       // "C:" and "C:x": the drive's root, never the bare "C:".
       r = built.Assign(path, 2);
-      if (ZyrSucceeded(r)) r = built.Append(u'\\');
+      if (ZyrSucceeded(r)) r = built.Append(kSep);
     }
   } else {
     std::size_t keep = path[i - 1] == u':' ? i + 1 : i;  // "C:\x" gives "C:\"
     r = built.Assign(path, keep);
-    if (ZyrSucceeded(r) && built[built.Length() - 1] == u':') r = built.Append(u'\\');
+    if (ZyrSucceeded(r) && built[built.Length() - 1] == u':') r = built.Append(kSep);
   }
   if (ZyrFailed(r)) return r;
   return Commit(out, built);
@@ -133,7 +136,7 @@ ZyrResult ZyrBasPathDriveRoot(ZyrBasString& out, const char16_t* path, std::size
   }
   ZyrBasString built;
   ZyrResult r = built.Assign(path, colon + 1);
-  if (ZyrSucceeded(r)) r = built.Append(u'\\');
+  if (ZyrSucceeded(r)) r = built.Append(kSep);
   if (ZyrFailed(r)) return r;
   return Commit(out, built);
 }
@@ -224,7 +227,7 @@ ZyrResult Join(ZyrBasString& out, const char16_t* base, std::size_t baseLength, 
   } else {
     r = built.Reserve(b + t + 2);
     if (ZyrSucceeded(r)) r = built.Assign(base, b);
-    if (ZyrSucceeded(r) && !IsSep(base[b - 1])) r = built.Append(u'\\');
+    if (ZyrSucceeded(r) && !IsSep(base[b - 1])) r = built.Append(kSep);
   }
   if (ZyrSucceeded(r)) r = built.Append(tail, t);
   if (ZyrFailed(r)) return r;
@@ -270,19 +273,19 @@ ZyrResult AppendNormalised(ZyrBasString& built, std::size_t rootEnd, const char1
     if (len == 1 && path[start] == u'.') continue;
     if (len == 2 && path[start] == u'.' && path[start + 1] == u'.') {
       std::size_t end = built.Length();
-      while (end > rootEnd && built[end - 1] != u'\\') --end;
+      while (end > rootEnd && built[end - 1] != kSep) --end;
       built.Erase(end > rootEnd ? end - 1 : rootEnd, built.Length());
       continue;
     }
     std::size_t have = built.Length();
     ZyrResult r = ZYR_OK;
-    if (have > 0 && built[have - 1] != u'\\') r = built.Append(u'\\');
+    if (have > 0 && built[have - 1] != kSep) r = built.Append(kSep);
     if (ZyrSucceeded(r)) r = built.Append(path + start, len);
     if (ZyrFailed(r)) return r;
   }
   std::size_t have = built.Length();
-  if (n > from && IsSep(path[n - 1]) && have > rootEnd && built[have - 1] != u'\\')
-    return built.Append(u'\\');
+  if (n > from && IsSep(path[n - 1]) && have > rootEnd && built[have - 1] != kSep)
+    return built.Append(kSep);
   return ZYR_OK;
 }
 
@@ -295,11 +298,11 @@ ZyrResult Normalise(ZyrBasString& built, const char16_t* path, std::size_t n, co
     std::size_t root = ZyrBasPathRootLength(path, n);
     r = built.Reserve(n + 2);
     for (std::size_t i = 0; ZyrSucceeded(r) && i < root; ++i)
-      r = built.Append(IsSep(path[i]) ? u'\\' : path[i]);
+      r = built.Append(IsSep(path[i]) ? kSep : path[i]);
     if (ZyrFailed(r)) return r;
     std::size_t rootEnd = built.Length();
-    if (root < n && built[rootEnd - 1] != u'\\') {
-      r = built.Append(u'\\');
+    if (root < n && built[rootEnd - 1] != kSep) {
+      r = built.Append(kSep);
       if (ZyrFailed(r)) return r;
     }
     r = AppendNormalised(built, built.Length(), path, root, n);
@@ -314,7 +317,7 @@ ZyrResult Normalise(ZyrBasString& built, const char16_t* path, std::size_t n, co
     // current directory here, so "C:x" is taken from the drive's root.
     r = built.Reserve(n + 2);
     if (ZyrSucceeded(r)) r = built.Assign(path, 2);
-    if (ZyrSucceeded(r)) r = built.Append(u'\\');
+    if (ZyrSucceeded(r)) r = built.Append(kSep);
     if (ZyrFailed(r)) return r;
     return AppendNormalised(built, 3, path, 2, n);
   }
@@ -322,7 +325,7 @@ ZyrResult Normalise(ZyrBasString& built, const char16_t* path, std::size_t n, co
     // Rooted: the drive of the current directory, if it has one.
     r = built.Reserve(n + 4);
     if (ZyrSucceeded(r) && cwdLength >= 2 && cwd[1] == u':') r = built.Assign(cwd, 2);
-    if (ZyrSucceeded(r)) r = built.Append(u'\\');
+    if (ZyrSucceeded(r)) r = built.Append(kSep);
     if (ZyrFailed(r)) return r;
     return AppendNormalised(built, built.Length(), path, 1, n);
   }
@@ -332,7 +335,7 @@ ZyrResult Normalise(ZyrBasString& built, const char16_t* path, std::size_t n, co
   ZyrBasString joined;
   r = joined.Reserve(cwdLength + n + 2);
   if (ZyrSucceeded(r)) r = joined.Assign(cwd, cwdLength);
-  if (ZyrSucceeded(r) && !IsSep(cwd[cwdLength - 1])) r = joined.Append(u'\\');
+  if (ZyrSucceeded(r) && !IsSep(cwd[cwdLength - 1])) r = joined.Append(kSep);
   if (ZyrSucceeded(r)) r = joined.Append(path, n);
   if (ZyrFailed(r)) return r;
   return Normalise(built, joined.Text(), joined.Length(), nullptr, 0);

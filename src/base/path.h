@@ -3,7 +3,8 @@
 // that turn NT object and device names back into DOS names.
 //
 // Both "\" and "/" are read as separators wherever a path is taken apart;
-// only "\" is written. Lengths of all ones (ZYR_TERMINATED) mean
+// only the platform's own separator (kZyrBasPathSeparator) is written, so
+// that every path a user sees looks like a path of the system. Lengths of all ones (ZYR_TERMINATED) mean
 // terminated text; a null path is the empty path. Every operation that
 // writes a string builds its result aside and hands it over only on
 // success, so the target stays as it was on failure (for instance
@@ -18,10 +19,14 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/posix/native_path.h"
 #include "base/string.h"
 #include "zyrlog/result.h"
 
 inline constexpr bool ZyrBasIsPathSeparator(char16_t c) { return c == u'\\' || c == u'/'; }
+
+// The separator that the algebra writes.
+inline constexpr char16_t kZyrBasPathSeparator = kZyrBasNativeSeparator;
 
 // True for the Drive form ("X:" alone or followed by a separator) and the
 // UNC form (two leading separators in any mix).
@@ -71,7 +76,7 @@ ZyrResult ZyrBasPathChangeExtension(ZyrBasString& out, const char16_t* path, std
 // Joins base and tail. An empty tail gives the base; an empty base or an
 // absolute tail gives the tail. A tail with one leading separator keeps the
 // drive of an absolute drive base ("C:\dir" + "\x" = "C:\x") and otherwise
-// stands alone. Else base, "\" unless the base ends in a separator, tail.
+// stands alone. Else base, a separator unless the base ends in one, tail.
 ZyrResult ZyrBasPathJoin(ZyrBasString& out, const char16_t* base, std::size_t baseLength,
                          const char16_t* tail, std::size_t tailLength = ZYR_TERMINATED);
 ZyrResult ZyrBasPathJoin(ZyrBasStringRef& out, const char16_t* base, std::size_t baseLength,
@@ -83,7 +88,7 @@ ZyrResult ZyrBasPathJoinSimple(ZyrBasString& out, const char16_t* base, std::siz
 
 // The path made absolute against the current directory and normalised by
 // text alone: "." and ".." resolved (never above the root), runs of
-// separators made one "\", a trailing separator kept. Links are not
+// separators made one, a trailing separator kept. Links are not
 // followed. An empty path gives ZYR_E_UNEXPECTED_SYSTEM_RESULT, as the
 // system's normaliser answers nothing for it.
 ZyrResult ZyrBasFullPath(ZyrBasString& out, const char16_t* path, std::size_t length = ZYR_TERMINATED);

@@ -147,7 +147,7 @@ TEST_F(ConfigFileTest, PrivateFileFromTheStoreFolderComesFirstAndOnce) {
   ASSERT_EQ(log_->GetPrivateConfigFolder(buffer, 511, &needed), ZYR_OK);
   std::u16string folder(buffer);
   EXPECT_NE(folder.find(u"product"), std::u16string::npos);
-  EXPECT_EQ(folder.substr(folder.size() - 4), u"\\log");
+  EXPECT_EQ(folder.substr(folder.size() - 4), u"/log");
   unsetenv("ZYR_REGISTRY_ROOT");
 }
 

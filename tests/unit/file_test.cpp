@@ -328,7 +328,7 @@ TEST_F(FileTest, EnumerationFlagsAndPatterns) {
   EXPECT_EQ(item->Size(), 5u);
   ZyrBasString full;
   ASSERT_EQ(item->FullPath(full), ZYR_OK);
-  EXPECT_EQ(N(full.Text(), full.Length()), N(dir.data(), dir.size()) + "\\a.log");
+  EXPECT_EQ(N(full.Text(), full.Length()), N(dir.data(), dir.size()) + "/a.log");
   EXPECT_EQ(e.Next(), ZYR_I_NO_MORE_ITEMS);
   EXPECT_EQ(e.Current(&item), ZYR_E_NO_MORE_ITEMS);
   ASSERT_EQ(e.Rewind(), ZYR_OK);

@@ -59,11 +59,11 @@ TEST(PathForms, AbsoluteAndRootLength) {
 }
 
 TEST(PathParts, Directory) {
-  EXPECT_EQ(Apply(ZyrBasPathDirectory, u"C:"), "C:\\");
+  EXPECT_EQ(Apply(ZyrBasPathDirectory, u"C:"), "C:/");  // a written separator is "/"
   EXPECT_EQ(Apply(ZyrBasPathDirectory, u"C:\\x\\"), "C:\\");
   EXPECT_EQ(Apply(ZyrBasPathDirectory, u"C:\\x\\y"), "C:\\x");
   EXPECT_EQ(Apply(ZyrBasPathDirectory, u"C:\\x\\\\y"), "C:\\x");
-  EXPECT_EQ(Apply(ZyrBasPathDirectory, u"\\"), "\\");
+  EXPECT_EQ(Apply(ZyrBasPathDirectory, u"\\"), "/");
   EXPECT_EQ(Apply(ZyrBasPathDirectory, u"x"), "");
   EXPECT_EQ(Apply(ZyrBasPathDirectory, u"/var/log/a.log"), "/var/log");
 
@@ -75,8 +75,8 @@ TEST(PathParts, Directory) {
 }
 
 TEST(PathParts, DriveRootAndFileName) {
-  EXPECT_EQ(Apply(ZyrBasPathDriveRoot, u"C:\\x\\y"), "C:\\");
-  EXPECT_EQ(Apply(ZyrBasPathDriveRoot, u"dev:x"), "dev:\\");
+  EXPECT_EQ(Apply(ZyrBasPathDriveRoot, u"C:\\x\\y"), "C:/");
+  EXPECT_EQ(Apply(ZyrBasPathDriveRoot, u"dev:x"), "dev:/");
   ZyrBasString out;
   ASSERT_EQ(out.Assign(u"stale"), ZYR_OK);
   EXPECT_EQ(ZyrBasPathDriveRoot(out, u"\\\\s\\h"), ZYR_E_INVALID_DATA);
@@ -119,7 +119,7 @@ TEST(PathParts, ChangeExtension) {
 TEST(PathJoin, Rules) {
   EXPECT_EQ(Join(u"C:\\dir", u"\\x"), "C:\\x");
   EXPECT_EQ(Join(u"\\\\s\\h\\d", u"\\x"), "\\x");
-  EXPECT_EQ(Join(u"a", u"b"), "a\\b");
+  EXPECT_EQ(Join(u"a", u"b"), "a/b");
   EXPECT_EQ(Join(u"a\\", u"b"), "a\\b");
   EXPECT_EQ(Join(u"a/", u"b"), "a/b");
   EXPECT_EQ(Join(u"anything", u"D:\\x"), "D:\\x");
@@ -130,20 +130,20 @@ TEST(PathJoin, Rules) {
   EXPECT_EQ(Join(u"C:x", u"\\y"), "\\y");  // a drive-relative base is not absolute
 
   EXPECT_EQ(Join(u"C:\\dir", u"\\x", true), "\\x");
-  EXPECT_EQ(Join(u"C:\\dir", u"x", true), "C:\\dir\\x");
+  EXPECT_EQ(Join(u"C:\\dir", u"x", true), "C:\\dir/x");  // what stands is kept, what is added is "/"
 }
 
 TEST(PathFull, NormalisesByText) {
-  EXPECT_EQ(Full(u"a\\..\\b\\.\\c", u"\\home\\u"), "\\home\\u\\b\\c");
-  EXPECT_EQ(Full(u"../../../x", u"\\home\\u"), "\\x");
-  EXPECT_EQ(Full(u"/var//log/./a.log", u"\\home\\u"), "\\var\\log\\a.log");
-  EXPECT_EQ(Full(u"logs\\", u"\\home\\u"), "\\home\\u\\logs\\");
-  EXPECT_EQ(Full(u"C:\\a\\..\\..\\b", u"\\home"), "C:\\b");
-  EXPECT_EQ(Full(u"C:x", u"\\home"), "C:\\x");
-  EXPECT_EQ(Full(u"\\x\\y", u"D:\\work"), "D:\\x\\y");  // rooted takes the drive of the current directory
-  EXPECT_EQ(Full(u"//s/share/a/../../b", u"\\home"), "\\\\s\\share\\b");
-  EXPECT_EQ(Full(u"\\\\s\\share\\..", u"\\home"), "\\\\s\\share");
-  EXPECT_EQ(Full(u"name.", u"\\d"), "\\d\\name.");  // trailing dots are part of a name here
+  EXPECT_EQ(Full(u"a\\..\\b\\.\\c", u"\\home\\u"), "/home/u/b/c");
+  EXPECT_EQ(Full(u"../../../x", u"\\home\\u"), "/x");
+  EXPECT_EQ(Full(u"/var//log/./a.log", u"\\home\\u"), "/var/log/a.log");
+  EXPECT_EQ(Full(u"logs\\", u"\\home\\u"), "/home/u/logs/");
+  EXPECT_EQ(Full(u"C:\\a\\..\\..\\b", u"\\home"), "C:/b");
+  EXPECT_EQ(Full(u"C:x", u"\\home"), "C:/x");
+  EXPECT_EQ(Full(u"\\x\\y", u"D:\\work"), "D:/x/y");  // rooted takes the drive of the current directory
+  EXPECT_EQ(Full(u"//s/share/a/../../b", u"\\home"), "//s/share/b");
+  EXPECT_EQ(Full(u"\\\\s\\share\\..", u"\\home"), "//s/share");
+  EXPECT_EQ(Full(u"name.", u"\\d"), "/d/name.");  // trailing dots are part of a name here
   Full(u"", u"\\home", ZYR_E_UNEXPECTED_SYSTEM_RESULT);
   Full(u"x", u"relative", ZYR_E_UNEXPECTED_SYSTEM_RESULT);
 }
@@ -152,10 +152,10 @@ TEST(PathFull, UsesTheProcessCurrentDirectory) {
   ZyrBasString cwd, full;
   ASSERT_EQ(ZyrBasCurrentDirectory(cwd), ZYR_OK);
   ASSERT_GT(cwd.Length(), 0u);
-  EXPECT_EQ(cwd[0], u'\\');
+  EXPECT_EQ(cwd[0], u'/');
   ASSERT_EQ(ZyrBasFullPath(full, u"sub\\..\\f.log"), ZYR_OK);
   std::string expected = A(cwd);
-  if (expected != "\\") expected += "\\";
+  if (expected != "/") expected += "/";
   EXPECT_EQ(A(full), expected + "f.log");
 }
 

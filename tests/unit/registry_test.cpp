@@ -269,7 +269,7 @@ TEST_F(RegistryStore, FailedAllocationsAnswerOutOfMemory) {
     if (ZyrSucceeded(r)) r = ZyrBasGetFolder(ZYR_FOLDER_LOCAL_APPDATA, local);
     ZyrBasTestFailAllocationsAfter(-1);
     if (r == ZYR_OK) {
-      EXPECT_EQ(Str(product), u"\\srv\\zyr\\log");
+      EXPECT_EQ(Str(product), u"/srv/zyr/log");
       EXPECT_EQ(local.Length() > 6 ? Str(local).substr(local.Length() - 6) : u"", u"/local");
       reached = true;
     } else {
@@ -424,21 +424,21 @@ std::u16string Product(std::uint32_t kind, const char16_t* subpath, const char16
 
 TEST_F(RegistryStore, ProductDirectoriesComeFromTheStore) {
   Values("MACHINE/System/CurrentControlSet/Services/zyr/Zyr/OPH2015", "ZyrAllUsersDir = sz:/srv/zyr/data/\n");
-  EXPECT_EQ(Product(ZYR_DIR_ALL_USERS, u"log", u"\\OPH2015"), u"\\srv\\zyr\\data\\log");
+  EXPECT_EQ(Product(ZYR_DIR_ALL_USERS, u"log", u"\\OPH2015"), u"/srv/zyr/data/log");
 
   ScopedEnv base("ZYR_T_BASE", "/opt/zyr");
   Values("MACHINE/System/CurrentControlSet/Services/zyr/Zyr2014",
          "ZyrDir = expand_sz:%ZYR_T_BASE%/bin\nZyrAllUsersDir = sz:/var/lib/zyr\n");
-  EXPECT_EQ(Product(ZYR_DIR_INSTALL, nullptr, u"2014"), u"\\opt\\zyr\\bin");
-  EXPECT_EQ(Product(ZYR_DIR_DATABASE, u"base", nullptr), u"\\var\\lib\\zyr\\avi\\base");
+  EXPECT_EQ(Product(ZYR_DIR_INSTALL, nullptr, u"2014"), u"/opt/zyr/bin");
+  EXPECT_EQ(Product(ZYR_DIR_DATABASE, u"base", nullptr), u"/var/lib/zyr/avi/base");
 
   // The admin keys are read in the 32-bit view, the framework's in the
   // 64-bit one.
   Values(ZyrBasRegViewsExist() ? "MACHINE/SOFTWARE/Wow6432Node/ZYR/ZyrAdmin2014" : "MACHINE/SOFTWARE/ZYR/ZyrAdmin2014",
          "AdminCommonDir = sz:/opt/admin\nAdminServerInstDir = dword:1\n");
   Values("MACHINE/SOFTWARE/ZYR/Framework/0", "Dir = sz:/opt/fw\n");
-  EXPECT_EQ(Product(ZYR_DIR_ADMIN_COMMON, nullptr, nullptr), u"\\opt\\admin");
-  EXPECT_EQ(Product(ZYR_DIR_FRAMEWORK, nullptr, nullptr), u"\\opt\\fw");
+  EXPECT_EQ(Product(ZYR_DIR_ADMIN_COMMON, nullptr, nullptr), u"/opt/admin");
+  EXPECT_EQ(Product(ZYR_DIR_FRAMEWORK, nullptr, nullptr), u"/opt/fw");
 
   Product(ZYR_DIR_ADMIN_SERVER, nullptr, nullptr, ZYR_E_BAD_VALUE_TYPE);
   Product(ZYR_DIR_ADMIN_ALL_USERS, nullptr, nullptr, ZYR_E_FILE_NOT_FOUND);

@@ -101,7 +101,7 @@ class TempDirTest : public ::testing::Test {
   void SetUp() override { dir_ = MakeTempDir("t"); }
   void TearDown() override { RemoveTree(dir_); }
   std::string P(const std::string& name) const { return dir_ + "/" + name; }
-  // The same path in the library's own spelling, with "\".
+  // The same path spelt with "\", which the library reads as well.
   std::u16string WP(const std::string& name) const {
     std::u16string w = U16(P(name));
     for (char16_t& c : w)

@@ -162,9 +162,6 @@ ZyrResult ZyrBasCurrentDirectory(ZyrBasString& out) {
       ZyrResult r = ZyrBasWideFromNative(buffer, n, built);
       ZyrBasFree(buffer);
       if (ZyrFailed(r)) return r;
-      char16_t* p = built.Data();
-      for (std::size_t i = 0; i < built.Length(); ++i)
-        if (p[i] == u'/') p[i] = u'\\';
       out.Swap(built);
       return ZYR_OK;
     }

@@ -18,6 +18,10 @@
 #include "base/string.h"
 #include "zyrlog/result.h"
 
+// The separator of this platform's paths, and so the one that the path
+// algebra writes ("\\" in an NT build). Both are read everywhere.
+inline constexpr char16_t kZyrBasNativeSeparator = u'/';
+
 // ZYR_E_PATH_NOT_FOUND for a path that has no native name: empty, holding
 // a NUL, or holding a lone surrogate other than an escaped byte.
 ZyrResult ZyrBasNativePath(const char16_t* path, std::size_t length, ZyrBasNarrowText& out);
@@ -32,8 +36,7 @@ ZyrResult ZyrBasWideFromNative(const char* name, std::size_t length, ZyrBasStrin
 ZyrResult ZyrBasWideFromNativeFixed(const char* name, std::size_t length, char16_t* target,
                                     std::size_t capacity, std::size_t* outLength);
 
-// The current directory as a wide path written with "\": "/home/a" gives
-// "\home\a".
+// The current directory as a wide path, written with the native separator.
 ZyrResult ZyrBasCurrentDirectory(ZyrBasString& out);
 
 #endif
