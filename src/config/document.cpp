@@ -23,6 +23,17 @@ ZyrResult ZyrCfgQuote(const char16_t* text, std::size_t length, ZyrBasString* ou
     if (text[i] == u'"') ++quotes;
     else if (IsQuoteTrigger(text[i])) quote = true;
   }
+  // Inside quotes a backslash before the closing quote would escape it, so
+  // a text that ends in one goes out unquoted, which the reader takes back
+  // whole; with a blank, TAB, ";" or quote in it as well, no spelling reads
+  // back, and the value is refused rather than written to be misread.
+  if ((quote || quotes != 0) && n > 0 && text[n - 1] == u'\\') {
+    bool needsQuotes = quotes != 0;
+    for (std::size_t i = 0; i < n && !needsQuotes; ++i)
+      needsQuotes = text[i] == u'\t' || text[i] == u' ' || text[i] == u';';
+    if (needsQuotes) return ZYR_E_CFG_BAD_VALUE_LINE;
+    quote = false;
+  }
   ZyrBasString result;
   ZyrResult r = ZYR_OK;
   if (!quote && quotes == 0) {

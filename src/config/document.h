@@ -181,7 +181,10 @@ using ZyrCfgValueIterator = ZyrCfgMapIterator<ZyrCfgValueRef>;
 // The quoting rule of values written by SetValue: a text holding a blank,
 // TAB, ",", ";" or "\" is put in quotes, and a text holding a quote is put in
 // quotes with each quote escaped as \". Backslashes are not doubled, so that
-// paths stay readable; an empty text stays empty.
+// paths stay readable; an empty text stays empty. A text that ends in a
+// backslash is left unquoted (a quoted one would not read back), and is
+// refused with ZYR_E_CFG_BAD_VALUE_LINE if it also holds a blank, TAB, ";"
+// or quote.
 ZyrResult ZyrCfgQuote(const char16_t* text, std::size_t length, ZyrBasString* out) noexcept;
 
 // ---------------------------------------------------------------------------
@@ -284,6 +287,15 @@ class ZyrCfgDocument {
   static ZyrResult OpenFile(ZyrBasFile& file, const char16_t* path) noexcept;
   // Load from a file that the caller opened (OpenFile) and closes.
   ZyrResult LoadOpened(ZyrBasFile& file) noexcept;
+
+  // Prints the document as configuration text: sections and values in
+  // their byte order, an empty line between sections, comments as comment
+  // lines. Texts go out as the values store them.
+  ZyrResult WriteTo(ZyrTextStream& stream) const noexcept;
+  // Creates or replaces the file and prints into it in UTF-16 little-endian
+  // with its mark and CR LF line ends. `protect`: readable and writable by
+  // every account. A failed write leaves the partial file behind.
+  ZyrResult SaveFile(const char16_t* path, bool protect) const noexcept;
 
   ZyrBasNameMap<ZyrCfgSectionRef> sections;
   ZyrBasArray<ZyrCfgLineError> lineErrors;  // problems of the last read, by line

@@ -557,21 +557,18 @@ class Loader {
   std::uint64_t blankLines_ = 0;
 };
 
-// A file of the base layer seen as a byte file: its reads answer with the
-// same codes (all, ZYR_I_SHORT_READ, ZYR_E_END_OF_DATA).
-class FileBytes : public ZyrCfgByteFile {
- public:
-  explicit FileBytes(ZyrBasFile& file) : file_(file) {}
-  ZyrResult Read(void* buffer, std::size_t count, std::size_t* got) override {
-    return file_.Read(buffer, count, got);
-  }
-  ZyrResult Write(const void*, std::size_t) override { return ZYR_E_NOT_SUPPORTED; }
-
- private:
-  ZyrBasFile& file_;
-};
-
 }  // namespace
+
+ZyrResult ZyrCfgFileBytes::Read(void* buffer, std::size_t count, std::size_t* got) {
+  return file_.Read(buffer, count, got);
+}
+
+ZyrResult ZyrCfgFileBytes::Write(const void* bytes, std::size_t count) {
+  std::size_t done = 0;
+  ZyrResult r = file_.Write(bytes, count, &done);
+  if (ZyrSucceeded(r) && done != count) r = ZYR_E_WRITE_FAULT;
+  return r;
+}
 
 ZyrResult ZyrCfgDocument::Load(ZyrTextStream& stream) noexcept {
   lineErrors.Clear();
@@ -591,7 +588,7 @@ ZyrResult ZyrCfgDocument::OpenFile(ZyrBasFile& file, const char16_t* path) noexc
 }
 
 ZyrResult ZyrCfgDocument::LoadOpened(ZyrBasFile& file) noexcept {
-  FileBytes bytes(file);
+  ZyrCfgFileBytes bytes(file);
   ZyrFileTextStream stream(&bytes, ZYR_CFG_ENC_UNKNOWN, ZYR_CFG_EOL_UNKNOWN,
                            ZyrFileTextStream::kChunkSize);
   return Load(stream);

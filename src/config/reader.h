@@ -69,6 +69,21 @@ class ZyrCfgByteFile {
   virtual ZyrResult Write(const void* bytes, std::size_t count) = 0;
 };
 
+class ZyrBasFile;
+
+// A file of the base layer seen as a byte file: reads answer with the same
+// codes (all, ZYR_I_SHORT_READ, ZYR_E_END_OF_DATA); a write that moves
+// fewer bytes than asked fails with ZYR_E_WRITE_FAULT.
+class ZyrCfgFileBytes : public ZyrCfgByteFile {
+ public:
+  explicit ZyrCfgFileBytes(ZyrBasFile& file) noexcept : file_(file) {}
+  ZyrResult Read(void* buffer, std::size_t count, std::size_t* got) override;
+  ZyrResult Write(const void* bytes, std::size_t count) override;
+
+ private:
+  ZyrBasFile& file_;
+};
+
 // A byte file in memory: reads from a caller's bytes, collects what is
 // written. Serves tests and any text that is already in memory.
 class ZyrCfgMemoryFile : public ZyrCfgByteFile {

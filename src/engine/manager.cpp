@@ -281,9 +281,71 @@ ZyrResult ZyrLogManager::ReloadConfig() {
   return ZYR_OK;
 }
 
-// Saving collects the configuration from the living objects and prints it
-// with the configuration writer, which is not built yet.
-ZyrResult ZyrLogManager::SaveConfigFile(const char16_t*, bool) { return ZYR_E_NOT_IMPLEMENTED; }
-ZyrResult ZyrLogManager::GetConfigText(ZyrBasString&) { return ZYR_E_NOT_IMPLEMENTED; }
+// ---------------------------------------------------------------------------
+// Saving: what the living objects hold, collected under the manager's lock
+// into a document of its own, then printed without any lock.
+
+namespace {
+
+// A fresh section filled by `fill`, added to the document; a name that is
+// taken already gives ZYR_E_SECTION_EXISTS.
+template <class Fill>
+ZyrResult CollectSection(ZyrCfgDocument& document, Fill fill) {
+  ZyrCfgSectionRef section;
+  ZyrResult r = ZyrCfgSectionRef::Make(&section);
+  if (ZyrSucceeded(r)) r = fill(*section);
+  if (ZyrSucceeded(r)) r = document.AddSection(section);
+  return r;
+}
+
+// The logger, then its children in name order, depth first.
+ZyrResult CollectLoggers(ZyrCfgDocument& document, ZyrLoggerNode* logger) {
+  ZyrResult r = CollectSection(document, [logger](ZyrCfgSection& s) { return logger->Save(s); });
+  for (auto& child : logger->Children()) {
+    if (ZyrFailed(r)) break;
+    r = CollectLoggers(document, child.value);
+  }
+  return r;
+}
+
+}  // namespace
+
+ZyrResult ZyrLogManager::Collect(ZyrCfgDocument& document) {
+  ZyrBasLockGuard guard(lock_);
+  ZyrResult r = ZYR_OK;
+  for (std::size_t i = 0; i < layouts_.Count() && ZyrSucceeded(r); ++i) {
+    ZyrLogLayout* layout = layouts_.At(i);
+    r = CollectSection(document, [layout](ZyrCfgSection& s) { return layout->Save(s); });
+  }
+  for (auto& entry : appenders_.Map()) {
+    if (ZyrFailed(r)) break;
+    ZyrLogAppender* appender = entry.value;
+    r = CollectSection(document, [appender](ZyrCfgSection& s) {
+      ZyrBasLockGuard appenderGuard(appender->Lock());
+      return appender->WriteConfig(s);
+    });
+  }
+  if (ZyrSucceeded(r)) r = CollectLoggers(document, hierarchy_.root);
+  return r;
+}
+
+ZyrResult ZyrLogManager::SaveConfigFile(const char16_t* path, bool protect) {
+  ZyrCfgDocument document;
+  ZyrResult r = Collect(document);
+  if (ZyrFailed(r)) return r;
+  return document.SaveFile(path, protect);
+}
+
+ZyrResult ZyrLogManager::GetConfigText(ZyrBasString& text) {
+  ZyrCfgDocument document;
+  ZyrResult r = Collect(document);
+  if (ZyrFailed(r)) return r;
+  ZyrBasString built;
+  ZyrStringWriter writer(&built);
+  r = document.WriteTo(writer);
+  if (ZyrSucceeded(r)) text.Swap(built);
+  return r;
+}
+
 ZyrResult ZyrLogManager::StartDispatcher() { return hierarchy_.dispatcher->Start(); }
 void ZyrLogManager::StopDispatcher() { hierarchy_.dispatcher->Stop(); }

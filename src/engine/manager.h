@@ -91,6 +91,9 @@ class ZyrLogManager final {
   // Reads one named file, remembers it among the sources and applies it.
   ZyrResult LoadFromFile(const char16_t* fileName, const ZyrBasString& configFolder,
                          const ZyrBasString& logFolder);
+  // The configuration as the living objects hold it: layouts, appenders in
+  // name order, loggers root first, depth first in name order.
+  ZyrResult Collect(ZyrCfgDocument& document);
   void LockTree(ZyrLoggerNode* logger);
   void UnlockTree(ZyrLoggerNode* logger);
   static void DestroyObject(void* object);

@@ -164,18 +164,31 @@ ZyrResult ZyrLogCustomLayout::Save(ZyrCfgSection& section) {
     if (ZyrFailed(r)) break;
     if (token == kLiteral) {
       const ZyrBasString& l = literals_[literal++];
+      // A line feed goes back to the "\n" it was compiled from, so that the
+      // saved format stays on its line.
       for (std::size_t i = 0; i < l.Length() && ZyrSucceeded(r); ++i)
-        r = l[i] == u'%' ? format.Append(u"%%", 2) : format.Append(l[i]);
+        r = l[i] == u'%'    ? format.Append(u"%%", 2)
+            : l[i] == u'\n' ? format.Append(u"\\n", 2)
+                            : format.Append(l[i]);
     } else {
       r = format.Append(kTokenTexts[token - 1]);
     }
   }
   if (ZyrSucceeded(r)) r = section.AddRawValue(u"Type", u"Layout");
   if (ZyrSucceeded(r)) r = section.AddRawValue(u"LayoutType", u"Custom");
-  if (ZyrSucceeded(r)) r = section.AddRawValue(u"Format", format.Text());
-  if (ZyrSucceeded(r) && !header_.Empty()) r = section.AddRawValue(u"Header", header_.Text());
-  if (ZyrSucceeded(r) && !footer_.Empty()) r = section.AddRawValue(u"Footer", footer_.Text());
+  if (ZyrSucceeded(r)) r = SaveText(section, u"Format", format);
+  if (ZyrSucceeded(r) && !header_.Empty()) r = SaveText(section, u"Header", header_);
+  if (ZyrSucceeded(r) && !footer_.Empty()) r = SaveText(section, u"Footer", footer_);
   return r;
+}
+
+// Raw, as written, unless a ";" or a quote in it would be read back as a
+// comment or as quoting: then quoted, which reads back to the same text.
+ZyrResult ZyrLogCustomLayout::SaveText(ZyrCfgSection& section, const char16_t* key,
+                                       const ZyrBasString& text) {
+  for (std::size_t i = 0; i < text.Length(); ++i)
+    if (text[i] == u';' || text[i] == u'"') return section.SetValue(key, text.Text());
+  return section.AddRawValue(key, text.Text());
 }
 
 void ZyrLogCustomLayout::Destroy(std::uint32_t flags) {

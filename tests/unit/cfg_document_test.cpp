@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -197,6 +198,7 @@ TEST(CfgDocument, QuoteRule) {
       {u"a,b", u"\"a,b\""}, {u"a;b", u"\"a;b\""},       {u"%date%", u"%date%"},
       {u"C:\\L\\common.log", u"\"C:\\L\\common.log\""},  // backslashes are not doubled
       {u"say \"hi\"", u"\"say \\\"hi\\\"\""},
+      {u"C:\\dir\\", u"C:\\dir\\"},  // quoted, the last backslash would escape the quote
   };
   for (const Case& c : cases) {
     ZyrBasString out;
@@ -204,33 +206,39 @@ TEST(CfgDocument, QuoteRule) {
     ASSERT_EQ(ZyrCfgQuote(c.in, ZYR_TERMINATED, &out), ZYR_OK);
     EXPECT_EQ(S(out), c.out) << "for " << std::string(c.in, c.in + ZyrBasStrLen(c.in));
   }
+  // No spelling of these reads back: refused, the target left alone.
+  for (const char16_t* in : {u"a b\\", u"a\"b\\"}) {
+    ZyrBasString out;
+    ASSERT_EQ(out.AssignAscii("stale"), ZYR_OK);
+    EXPECT_EQ(ZyrCfgQuote(in, ZYR_TERMINATED, &out), ZYR_E_CFG_BAD_VALUE_LINE);
+    EXPECT_EQ(S(out), u"stale");
+  }
 }
 
+// What SetValue stores, printed by the writer and read back, gives the
+// original texts.
 TEST(CfgDocument, SetValueQuotesAndReadsBack) {
-  const char16_t* texts[] = {u"plain", u"C:\\logs\\x.log", u"a b; c", u"say \"hi\"", u""};
+  const char16_t* texts[] = {u"plain", u"C:\\logs\\x.log", u"a b; c", u"say \"hi\"", u"",
+                             u"C:\\dir\\", u"a,b\\"};
+  ZyrCfgDocument written;
   ZyrCfgSectionRef s = MakeSection(u"s");
-  ZyrBasString printed;
-  ASSERT_EQ(printed.AssignAscii("[s]\n"), ZYR_OK);
-  for (const char16_t* text : texts) {
-    const char16_t key[] = {u'k', text[0], 0};
-    ASSERT_EQ(s->SetValue(key, text), ZYR_OK);
-    ZyrCfgValueRef v;
-    ASSERT_EQ(s->FindValue(key, &v), ZYR_OK);
-    printed.Append(key);
-    printed.Append(u" = ");
-    printed.Append(v->text);
-    printed.Append(u'\n');
+  ASSERT_EQ(written.AddSection(s), ZYR_OK);
+  for (std::size_t i = 0; i < std::size(texts); ++i) {
+    const char16_t key[] = {u'k', static_cast<char16_t>(u'a' + i), 0};
+    ASSERT_EQ(s->SetValue(key, texts[i]), ZYR_OK);
   }
-  // What SetValue stored, read back as text, gives the original texts.
+  ZyrBasString printed;
+  ZyrStringWriter writer(&printed);
+  ASSERT_EQ(written.WriteTo(writer), ZYR_OK);
   ZyrCfgDocument doc;
   Load(doc, printed.Text());
   EXPECT_EQ(doc.lineErrors.Count(), 0u);
-  for (const char16_t* text : texts) {
-    const char16_t key[] = {u'k', text[0], 0};
+  for (std::size_t i = 0; i < std::size(texts); ++i) {
+    const char16_t key[] = {u'k', static_cast<char16_t>(u'a' + i), 0};
     ZyrCfgValueRef v = ValueOf(doc, key);
     ASSERT_TRUE(v);
     EXPECT_EQ(v->kind, ZYR_CFG_SINGLE);
-    EXPECT_EQ(S(v->text), text);
+    EXPECT_EQ(S(v->text), texts[i]);
   }
 }
 
