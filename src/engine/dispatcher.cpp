@@ -15,6 +15,8 @@ constexpr char16_t kNoticeRevisionText[] = u"54e9bc545d3f933969433d17a90f5186c51
 constexpr std::uint32_t kNoticeProduct = 7;
 constexpr std::uint32_t kNoticeScrambleMode = 1;
 constexpr std::uint32_t kNoWait = 0xffffffffu;
+// At most one configuration change check per this many milliseconds.
+constexpr std::uint32_t kChangeInterval = 1000;
 }  // namespace
 
 ZyrResult ZyrLogFinishEvent(ZyrLogEvent& event) { return ZyrLogScrambleEvent(event); }
@@ -134,26 +136,101 @@ void ZyrLogDispatcher::Drain() {
   }
 }
 
+// The worker waits on two sets: the long one, with the stop event, the
+// queue event and every armed folder, and the short one without folders.
+// After a folder was signalled and the check has run, the worker serves
+// only messages for 1000 milliseconds: changes that come meanwhile are
+// picked up together at the next wait on the long set, so a busy folder
+// costs at most one check per second.
 ZyrResult ZyrLogDispatcher::Run() {
-  ZyrBasWaitSet set;
-  (void)set.Add(worker_.StopReference());
-  (void)set.Add(queueEvent_);
+  ZyrBasWaitSet longSet, shortSet;
+  for (ZyrBasWaitSet* set : {&longSet, &shortSet}) {
+    (void)set->Add(worker_.StopReference());
+    (void)set->Add(queueEvent_);
+  }
+  std::size_t unarmed = ArmWatchers(longSet);
   for (;;) {
     ZyrBasWaitable* signalled = nullptr;
-    ZyrResult r = set.Wait(kNoWait, true, &signalled);
-    if (ZyrFailed(r)) {
-      // No way to serve the queue any more: fall back to the direct road,
-      // and write out what waits.
-      {
-        ZyrBasLockGuard guard(queueLock_);
-        running_.store(0);
-      }
-      Drain();
-      return r;
+    // A folder that could not be armed is looked at by polling, once per
+    // second, as without the worker.
+    ZyrResult r = longSet.Wait(unarmed ? kChangeInterval : kNoWait, true, &signalled);
+    if (r == ZYR_W_TIMEOUT) {
+      CheckForChanges();
+      unarmed = ArmWatchers(longSet);
+      continue;
     }
-    Drain();
-    if (signalled == &worker_.StopReference()) return ZYR_OK;
+    if (ZyrFailed(r)) return EndOnFailedWait(r, longSet);
+    if (signalled != &worker_.StopReference() && signalled != &queueEvent_) {
+      watchList_.Signalled(*static_cast<ZyrLogFolderWatcher*>(signalled), longSet);
+      CheckForChanges();
+      bool stopped = false;
+      r = Settle(shortSet, longSet, &unarmed, &stopped);
+      if (ZyrFailed(r)) return EndOnFailedWait(r, longSet);
+      if (stopped) return ZYR_OK;
+      continue;
+    }
+    if (Serve(signalled, longSet, &unarmed)) return ZYR_OK;
   }
+}
+
+// A folder newly armed is followed by a check: a change made before its
+// notification stood (between the load and the arming, or while no worker
+// ran) would otherwise wait for the next change in that folder.
+std::size_t ZyrLogDispatcher::ArmWatchers(ZyrBasWaitSet& longSet) {
+  std::size_t unarmed;
+  std::uint32_t before = longSet.Count();
+  {
+    ZyrBasLockGuard guard(queueLock_);
+    unarmed = watchList_.ArmAll(longSet);
+  }
+  if (longSet.Count() > before) CheckForChanges();
+  return unarmed;
+}
+
+void ZyrLogDispatcher::CheckForChanges() {
+  if (changeCallback_) (void)changeCallback_(changeContext_);
+}
+
+// The queue or the stop event: write out what waits; at the stop release
+// the folders (true), else arm those that came since.
+bool ZyrLogDispatcher::Serve(ZyrBasWaitable* signalled, ZyrBasWaitSet& longSet, std::size_t* unarmed) {
+  Drain();
+  if (signalled == &worker_.StopReference()) {
+    ZyrBasLockGuard guard(queueLock_);
+    watchList_.ReleaseAll(longSet);
+    return true;
+  }
+  *unarmed = ArmWatchers(longSet);
+  return false;
+}
+
+ZyrResult ZyrLogDispatcher::Settle(ZyrBasWaitSet& shortSet, ZyrBasWaitSet& longSet,
+                                   std::size_t* unarmed, bool* stopped) {
+  const std::uint32_t start = ZyrBasTickCount();
+  for (;;) {
+    std::uint32_t spent = ZyrBasTickCount() - start;
+    if (spent >= kChangeInterval) return ZYR_OK;
+    ZyrBasWaitable* signalled = nullptr;
+    ZyrResult r = shortSet.Wait(kChangeInterval - spent, true, &signalled);
+    if (r == ZYR_W_TIMEOUT) return ZYR_OK;
+    if (ZyrFailed(r)) return r;
+    if (Serve(signalled, longSet, unarmed)) {
+      *stopped = true;
+      return ZYR_OK;
+    }
+  }
+}
+
+// No way to serve the queue any more: fall back to the direct road, where
+// the tick polls for changes, and write out what waits.
+ZyrResult ZyrLogDispatcher::EndOnFailedWait(ZyrResult failure, ZyrBasWaitSet& longSet) {
+  {
+    ZyrBasLockGuard guard(queueLock_);
+    running_.store(0);
+    watchList_.ReleaseAll(longSet);
+  }
+  Drain();
+  return failure;
 }
 
 ZyrResult ZyrLogDispatcher::Start() {
@@ -197,5 +274,8 @@ std::size_t ZyrLogDispatcher::QueuedCount() {
 
 std::uint64_t ZyrLogDispatcher::MaxQueueBytes() { return maxQueueBytes_.load(); }
 
-// Folder watching comes with the configuration change monitor.
-ZyrResult ZyrLogDispatcher::WatchFolder(const char16_t*) { return ZYR_E_NOT_IMPLEMENTED; }
+// The worker arms a new folder at its next pass, after the next message.
+ZyrResult ZyrLogDispatcher::WatchFolder(const char16_t* folder) {
+  ZyrBasLockGuard guard(queueLock_);
+  return watchList_.Add(folder);
+}

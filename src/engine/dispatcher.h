@@ -12,6 +12,7 @@
 #include "base/array.h"
 #include "base/lock.h"
 #include "base/sync.h"
+#include "engine/change_monitor.h"
 #include "records/event.h"
 
 class ZyrLoggerNode;
@@ -86,6 +87,13 @@ class ZyrLogDispatcher {
   ZyrResult DeliverDirect(ZyrLoggerNode* logger, ZyrLogEvent& event);
   void HousekeepingTick();
   void WriteNotice();
+  // Pieces of the worker's loop.
+  std::size_t ArmWatchers(ZyrBasWaitSet& longSet);
+  void CheckForChanges();
+  bool Serve(ZyrBasWaitable* signalled, ZyrBasWaitSet& longSet, std::size_t* unarmed);
+  ZyrResult Settle(ZyrBasWaitSet& shortSet, ZyrBasWaitSet& longSet, std::size_t* unarmed,
+                   bool* stopped);
+  ZyrResult EndOnFailedWait(ZyrResult failure, ZyrBasWaitSet& longSet);
 
   ChangeCallback changeCallback_;
   void* changeContext_;
@@ -104,6 +112,8 @@ class ZyrLogDispatcher {
   // falls back to the direct road holds queueLock on its way to a logger
   // lock, so taking queueLock here would order the two both ways.
   std::atomic<std::uint64_t> maxQueueBytes_{kZyrDefaultMaxQueueBytes};
+  // The folders of loaded configuration files; guarded by queueLock.
+  ZyrLogWatchList watchList_;
 };
 
 // Makes the message ready for the appenders on the delivering thread:

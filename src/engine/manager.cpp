@@ -61,8 +61,7 @@ ZyrResult ZyrLogManager::Start(void** object) {
   ZyrLoggerNode* notice = nullptr;
   if (ZyrSucceeded(r)) r = m->hierarchy_.FindOrCreate(&notice, u"ASYNCHANDLER", ZYR_LOGGER_PUBLIC);
   if (ZyrSucceeded(r)) {
-    // The configuration change check is built with the change monitor.
-    m->hierarchy_.dispatcher = ZyrNew<ZyrLogDispatcher>(nullptr, m, notice);
+    m->hierarchy_.dispatcher = ZyrNew<ZyrLogDispatcher>(&ZyrLogManager::ChangeCallback, m, notice);
     if (!m->hierarchy_.dispatcher) r = ZYR_E_OUT_OF_MEMORY;
     else r = m->hierarchy_.dispatcher->Init();
   }

@@ -65,6 +65,9 @@ class ZyrLogManager final {
   ZyrResult GetConfigText(ZyrBasString& text);
   ZyrResult ResetConfig();
   ZyrResult ReloadConfig();
+  // Compares the last-write time of each configuration file that was
+  // loaded with the one read, and applies a file that changed. Always 0.
+  ZyrResult CheckConfigChanged();
 
   // The worker of the dispatcher.
   ZyrResult StartDispatcher();
@@ -79,6 +82,9 @@ class ZyrLogManager final {
   // follow the manager's life from outside.
   static std::uint64_t TestCreatedCount();
   static std::uint64_t TestDestroyedCount();
+  // Counts of change checks made and of files they read again.
+  std::uint64_t TestChangeChecks() const { return changeChecks_.load(); }
+  std::uint64_t TestChangeReads() const { return changeReads_.load(); }
 
   // Made only by Start, through the holder; ended only by Destroy.
   ZyrLogManager() = default;
@@ -97,6 +103,8 @@ class ZyrLogManager final {
   void LockTree(ZyrLoggerNode* logger);
   void UnlockTree(ZyrLoggerNode* logger);
   static void DestroyObject(void* object);
+  // The dispatcher's change callback: CheckConfigChanged of the manager.
+  static ZyrResult ChangeCallback(void* context);
 
   ZyrBasCriticalSection lock_;
   ZyrLogHierarchy hierarchy_;
@@ -106,6 +114,8 @@ class ZyrLogManager final {
   ZyrBasNameMap<ZyrCfgSource> sources_;  // every configuration file loaded
   std::uint8_t started_ = 0;
   std::uint8_t privateConfigLoaded_ = 0;
+  std::atomic<std::uint64_t> changeChecks_{0};
+  std::atomic<std::uint64_t> changeReads_{0};
 };
 
 #endif

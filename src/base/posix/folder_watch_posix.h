@@ -1,0 +1,17 @@
+// The platform half of folder change notification: one inotify descriptor
+// per watched folder. The descriptor is the waitable: poll reports it
+// readable while notifications wait to be read.
+#ifndef ZYR_BASE_POSIX_FOLDER_WATCH_POSIX_H
+#define ZYR_BASE_POSIX_FOLDER_WATCH_POSIX_H
+
+#include "base/handle.h"
+#include "zyrlog/result.h"
+
+// Watches the folder itself (no sub-folders) for changes of its entries.
+ZyrResult ZyrBasOsFolderWatchOpen(const char* path, ZyrBasHandle* out);
+// Reads every notification that waits, without blocking. `ended` is set
+// when the watch is over (the folder was removed, moved or unmounted) and
+// nothing more will come.
+ZyrResult ZyrBasOsFolderWatchRead(ZyrBasHandle handle, bool* ended);
+
+#endif

@@ -1,0 +1,157 @@
+// Changed configuration files taken up by themselves: by polling on the
+// tick without the worker, by folder notification with it.
+#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "base/folder_watch.h"
+#include "engine/manager.h"
+#include "log_object_fixture.h"
+#include "test_support.h"
+
+namespace {
+
+using zyrtest::U16;
+using zyrtest::WriteFile;
+
+// Polls until the condition holds or ten seconds have passed.
+bool WaitFor(const std::function<bool()>& condition) {
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return true;
+}
+
+// Sets the file's last-write time to `seconds` after the epoch.
+void SetWriteTime(const std::string& path, long seconds) {
+  timespec times[2] = {{seconds, 0}, {seconds, 0}};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+}
+
+std::string Svc(const char* severity) {
+  return std::string("[svc]\nAdditive = no\nSeverity = ") + severity + "\n";
+}
+
+class ChangeMonitorTest : public zyrtest::LogObjectTest {
+ protected:
+  ChangeMonitorTest() : LogObjectTest("monitor") {}
+  void SetUp() override {
+    LogObjectTest::SetUp();
+    conf_ = dir_ + "/conf";
+    cfg_ = conf_ + "/app.cfg";
+    ASSERT_EQ(mkdir(conf_.c_str(), 0755), 0);
+    WriteFile(cfg_, Svc("WARN"));
+    ASSERT_EQ(log_->SetFolders(U16(conf_).c_str(), nullptr, 0), ZYR_OK);
+    ASSERT_EQ(log_->LoadConfigFile(u"app.cfg"), ZYR_OK);
+    svc_ = Get(u"svc");
+    ASSERT_EQ(svc_->threshold.load(), ZYR_SEVERITY_WARN);
+    ASSERT_EQ(ZyrLogManager::Acquire(&manager_), ZYR_OK);
+  }
+  void TearDown() override {
+    if (manager_) manager_->Release();
+    LogObjectTest::TearDown();
+  }
+  bool SvcAt(ZyrLogSeverity severity) { return svc_->threshold.load() == severity; }
+  void LogOne() {
+    ASSERT_EQ(svc_->LogShort(ZYR_SEVERITY_FATAL, u"m", nullptr, 0, 0, 0, 0, nullptr), ZYR_OK);
+  }
+
+  std::string conf_, cfg_;
+  ZyrLogger* svc_ = nullptr;
+  ZyrLogManager* manager_ = nullptr;
+};
+
+}  // namespace
+
+// Without the worker the check rides on the next message after a second:
+// nothing happens while nothing is logged.
+TEST_F(ChangeMonitorTest, WithoutTheWorkerTheNextMessageAfterASecondTakesTheChange) {
+  WriteFile(cfg_, Svc("ERROR"));
+  SetWriteTime(cfg_, 1000000);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1200));  // proves an absence
+  EXPECT_TRUE(SvcAt(ZYR_SEVERITY_WARN));
+  LogOne();
+  EXPECT_TRUE(SvcAt(ZYR_SEVERITY_ERROR));
+
+  // An older time counts as a change too (a file restored from a backup).
+  WriteFile(cfg_, Svc("DEBUG"));
+  SetWriteTime(cfg_, 500000);
+  EXPECT_TRUE(WaitFor([&] { LogOne(); return SvcAt(ZYR_SEVERITY_DEBUG); }));
+
+  // A version that fails to build is read once, and what stood stays.
+  WriteFile(cfg_, Svc("INFO") + "AddAppenders = missing\n");
+  SetWriteTime(cfg_, 600000);
+  std::uint64_t reads = manager_->TestChangeReads();
+  EXPECT_TRUE(WaitFor([&] { LogOne(); return manager_->TestChangeReads() == reads + 1; }));
+  std::uint64_t checks = manager_->TestChangeChecks();
+  EXPECT_TRUE(WaitFor([&] { LogOne(); return manager_->TestChangeChecks() > checks; }));
+  EXPECT_EQ(manager_->TestChangeReads(), reads + 1);
+
+  // A deleted file is skipped; what it applied stays.
+  ASSERT_EQ(unlink(cfg_.c_str()), 0);
+  checks = manager_->TestChangeChecks();
+  EXPECT_TRUE(WaitFor([&] { LogOne(); return manager_->TestChangeChecks() > checks; }));
+  EXPECT_EQ(manager_->TestChangeReads(), reads + 1);
+  EXPECT_EQ(Get(u"svc")->threshold.load(), svc_->threshold.load());
+}
+
+// With the worker the folder's notification sets off the check, while
+// nothing is logged.
+TEST_F(ChangeMonitorTest, TheWorkerTakesTheChangeThroughTheFolder) {
+  ASSERT_EQ(log_->StartDispatcher(), ZYR_OK);
+  WriteFile(cfg_, Svc("ERROR"));
+  EXPECT_TRUE(WaitFor([&] { return SvcAt(ZYR_SEVERITY_ERROR); }));
+
+  // Saved twice within 200 milliseconds: the second content ends in force.
+  WriteFile(cfg_, Svc("DEBUG"));
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  WriteFile(cfg_, Svc("FATAL"));
+  EXPECT_TRUE(WaitFor([&] { return SvcAt(ZYR_SEVERITY_FATAL); }));
+
+  // A log file, or a configuration file never loaded, in the folder: a
+  // check and no read.
+  std::uint64_t reads = manager_->TestChangeReads();
+  std::uint64_t checks = manager_->TestChangeChecks();
+  WriteFile(conf_ + "/other.log", "line\n");
+  WriteFile(conf_ + "/never.cfg", Svc("INFO"));
+  EXPECT_TRUE(WaitFor([&] { return manager_->TestChangeChecks() > checks; }));
+  EXPECT_EQ(manager_->TestChangeReads(), reads);
+  EXPECT_TRUE(SvcAt(ZYR_SEVERITY_FATAL));
+
+  // Stopping with a notification outstanding ends; the next start watches
+  // the same folder again.
+  WriteFile(conf_ + "/other.log", "more\n");
+  log_->StopDispatcher();
+  ASSERT_EQ(log_->StartDispatcher(), ZYR_OK);
+  WriteFile(cfg_, Svc("WARN"));
+  EXPECT_TRUE(WaitFor([&] { return SvcAt(ZYR_SEVERITY_WARN); }));
+  log_->StopDispatcher();
+}
+
+TEST(FolderWatch, SignalledByAChangeUntilRearmedAndEndsWithItsFolder) {
+  std::string dir = zyrtest::MakeTempDir("watch");
+  ZyrBasFolderWatch watch;
+  EXPECT_TRUE(ZyrFailed(watch.Open(U16(dir + "/missing").c_str())));
+  EXPECT_FALSE(watch.IsOpen());
+  ASSERT_EQ(watch.Open(U16(dir).c_str()), ZYR_OK);
+  EXPECT_EQ(watch.Open(U16(dir).c_str()), ZYR_E_ALREADY_EXISTS);
+  EXPECT_EQ(watch.Wait(0), ZYR_W_TIMEOUT);
+  WriteFile(dir + "/f", "x");
+  EXPECT_EQ(watch.Wait(10000), ZYR_OK);
+  EXPECT_EQ(watch.Wait(0), ZYR_OK);  // stays signalled until taken note of
+  ASSERT_EQ(watch.Rearm(), ZYR_OK);
+  EXPECT_EQ(watch.Wait(0), ZYR_W_TIMEOUT);
+  zyrtest::RemoveTree(dir);
+  EXPECT_EQ(watch.Wait(10000), ZYR_OK);
+  EXPECT_EQ(watch.Rearm(), ZYR_E_PATH_NOT_FOUND);
+  EXPECT_EQ(watch.Close(), ZYR_OK);
+  EXPECT_FALSE(watch.IsOpen());
+}
