@@ -3,7 +3,7 @@
 #include "base/file.h"
 #include "base/memory.h"
 #include "base/path.h"
-#include "config/builder.h"
+#include "engine/builder.h"
 #include "config/reader.h"
 #include "engine/dispatcher.h"
 

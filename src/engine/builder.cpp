@@ -1,4 +1,4 @@
-#include "config/builder.h"
+#include "engine/builder.h"
 
 #include "appender/appender.h"
 #include "config/document.h"

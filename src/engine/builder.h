@@ -2,8 +2,8 @@
 // manager's lock and the tree lock. Every document is merged into the
 // manager's active document section by section; only sections that differ
 // touch any object, and nothing is torn down.
-#ifndef ZYR_CONFIG_BUILDER_H
-#define ZYR_CONFIG_BUILDER_H
+#ifndef ZYR_ENGINE_BUILDER_H
+#define ZYR_ENGINE_BUILDER_H
 
 #include "base/string.h"
 #include "zyrlog/result.h"
