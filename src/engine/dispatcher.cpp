@@ -181,6 +181,7 @@ std::size_t ZyrLogDispatcher::ArmWatchers(ZyrBasWaitSet& longSet) {
   std::uint32_t before = longSet.Count();
   {
     ZyrBasLockGuard guard(queueLock_);
+    newFolders_.store(false, std::memory_order_relaxed);
     unarmed = watchList_.ArmAll(longSet);
   }
   if (longSet.Count() > before) CheckForChanges();
@@ -200,7 +201,9 @@ bool ZyrLogDispatcher::Serve(ZyrBasWaitable* signalled, ZyrBasWaitSet& longSet, 
     watchList_.ReleaseAll(longSet);
     return true;
   }
-  *unarmed = ArmWatchers(longSet);
+  // The watch list is passed over only when there is something to arm, so
+  // that a busy queue takes no queue lock for it.
+  if (*unarmed || newFolders_.load(std::memory_order_relaxed)) *unarmed = ArmWatchers(longSet);
   return false;
 }
 
@@ -277,5 +280,7 @@ std::uint64_t ZyrLogDispatcher::MaxQueueBytes() { return maxQueueBytes_.load(); 
 // The worker arms a new folder at its next pass, after the next message.
 ZyrResult ZyrLogDispatcher::WatchFolder(const char16_t* folder) {
   ZyrBasLockGuard guard(queueLock_);
-  return watchList_.Add(folder);
+  ZyrResult r = watchList_.Add(folder);
+  newFolders_.store(true, std::memory_order_relaxed);
+  return r;
 }

@@ -114,6 +114,7 @@ class ZyrLogDispatcher {
   std::atomic<std::uint64_t> maxQueueBytes_{kZyrDefaultMaxQueueBytes};
   // The folders of loaded configuration files; guarded by queueLock.
   ZyrLogWatchList watchList_;
+  std::atomic<bool> newFolders_{false};  // set by WatchFolder, taken by the arming pass
 };
 
 // Makes the message ready for the appenders on the delivering thread:

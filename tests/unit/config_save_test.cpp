@@ -1,6 +1,7 @@
 // The configuration as it stands, printed: GetConfigText, SaveConfigFile,
 // and the writer under them.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <string>
 
@@ -61,8 +62,13 @@ TEST_F(ConfigSaveTest, BuiltInDefaultGivesTheSampleAndItsFileLoadsBackUnchanged)
   zyrtest::WriteFile(path, std::string(10000, 'x'));
   ASSERT_EQ(log_->SaveConfigFile(U16(path).c_str(), 0), ZYR_OK);
   EXPECT_EQ(ReadFile(path), "\xFF\xFE" + Utf16Le(expected));
-  ASSERT_EQ(log_->SavePrivateConfigFile(U16(path).c_str(), 1), ZYR_OK);
-  EXPECT_EQ(ReadFile(path), "\xFF\xFE" + Utf16Le(expected));
+  // Protected: a new file that every account may read and rewrite.
+  std::string shared = dir_ + "/shared.cfg";
+  ASSERT_EQ(log_->SavePrivateConfigFile(U16(shared).c_str(), 1), ZYR_OK);
+  EXPECT_EQ(ReadFile(shared), "\xFF\xFE" + Utf16Le(expected));
+  struct stat st;
+  ASSERT_EQ(stat(shared.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0666u);
   ASSERT_EQ(log_->LoadConfigFile(U16(path).c_str()), ZYR_OK);
   EXPECT_EQ(Text(), expected);
 
