@@ -1,5 +1,8 @@
 #include "appender/rolling_file_appender.h"
 
+#include <algorithm>
+
+#include "base/array.h"
 #include "base/path.h"
 #include "config/document.h"
 #include "config/number.h"
@@ -8,6 +11,9 @@
 namespace {
 
 constexpr std::size_t kMaxIndexDigits = 15;
+// The first count whose top number would need more digits than a rolled
+// name has room for.
+constexpr std::uint64_t kFirstCountTooLarge = 1000000000000000ull;
 
 // Decimal text of a magnitude into the end of `buffer`; returns the first
 // character.
@@ -27,6 +33,45 @@ ZyrResult SetNumber(ZyrCfgSection& section, const char16_t* key, std::uint64_t m
   char16_t* first = Decimal(end, magnitude);
   if (negative) *--first = u'-';
   return section.SetValue(key, first);
+}
+
+// The numbers N of the rolled files "<path>.N" that exist with low < N <=
+// high, highest first, from one listing of the folder. A rollover and a
+// shrink move or remove these only, so their cost follows the files on
+// disk, not FilesCount. Only names that RolledName makes count: decimal
+// digits without a leading zero. A missing folder holds no rolled file.
+ZyrResult ExistingNumbers(const ZyrBasString& path, std::uint64_t low, std::uint64_t high,
+                          ZyrBasArray<std::uint64_t>& numbers) {
+  numbers.Clear();
+  ZyrBasString folder, pattern;
+  ZyrResult r = ZyrBasPathDirectory(folder, path.Text(), path.Length());
+  if (ZyrSucceeded(r)) r = ZyrBasPathFileName(pattern, path.Text(), path.Length());
+  if (ZyrFailed(r)) return r;
+  std::size_t prefix = pattern.Length() + 1;  // the name and its "."
+  r = pattern.AppendAscii(".*");
+  if (ZyrFailed(r)) return r;
+  ZyrBasDirEnum listing;
+  r = listing.Open(folder.Text(), pattern.Text(), ZYR_ENUM_FILES | ZYR_ENUM_NAMES_ONLY);
+  if (r == ZYR_E_PATH_NOT_FOUND || r == ZYR_E_FILE_NOT_FOUND) return ZYR_OK;
+  for (; r == ZYR_OK; r = listing.Next()) {
+    const ZyrBasDirItem* item = nullptr;
+    r = listing.Current(&item);
+    if (ZyrFailed(r)) return r;
+    // The name itself, not a wildcard in it, must match.
+    if (ZyrBasCompareOrdinal(item->Name(), prefix - 1, pattern.Text(), prefix - 1) != 0) continue;
+    const char16_t* digits = item->Name() + prefix;
+    std::size_t count = item->NameLength() - prefix;
+    if (count == 0 || count > kMaxIndexDigits || digits[0] == u'0') continue;
+    std::uint64_t n = 0;
+    for (std::size_t i = 0; i < count && n != ~0ull; ++i)
+      n = digits[i] >= u'0' && digits[i] <= u'9' ? n * 10 + (digits[i] - u'0') : ~0ull;
+    if (n <= low || n > high) continue;
+    r = numbers.Append(n);
+    if (ZyrFailed(r)) return r;
+  }
+  if (ZyrFailed(r)) return r;
+  std::sort(numbers.begin(), numbers.end(), [](std::uint64_t a, std::uint64_t b) { return a > b; });
+  return ZYR_OK;
 }
 
 // The three results by which a file system says that it offers no lock;
@@ -124,22 +169,21 @@ ZyrResult ZyrLogRollingFileAppender::Configure(ZyrCfgSection& section) {
     std::int64_t size = 0;
     if (ZyrSucceeded(ZyrCfgParseSigned(value->text, &size))) size_ = size;
   }
-  bool countGiven = false;
-  std::uint64_t count = 0;
   if (ZyrSucceeded(section.FindValue(u"FilesCount", &value))) {
+    std::uint64_t count = 0;
     ZyrResult r = ZyrCfgParseUnsigned(value->text, &count);
     if (ZyrFailed(r)) return r;
-    countGiven = true;
+    // A count whose rolled names could not be made would silently turn the
+    // limit off: refuse it, as a sign in front is refused.
+    if (count >= kFirstCountTooLarge) return ZYR_E_INVALID_ARGUMENT;
+    // Before the shared keys: a reload that changes FileName and lowers
+    // FilesCount at once prunes the chain of the old name, which is the one
+    // that holds numbers above the new count. A first configuration has no
+    // chain yet.
+    if (FileName().Empty()) filesCount_ = count;
+    else (void)ShrinkTo(count);
   }
-  ZyrResult r = ConfigureShared(section);
-  if (countGiven) {
-    // The removal of numbers above the new count runs once the file name
-    // is known, so a first configuration cleans up after an earlier,
-    // larger count too.
-    if (ZyrSucceeded(r)) (void)ShrinkTo(count);
-    else filesCount_ = count;
-  }
-  return r;
+  return ConfigureShared(section);
 }
 
 ZyrResult ZyrLogRollingFileAppender::WriteConfig(ZyrCfgSection& section) {
@@ -175,19 +219,28 @@ ZyrResult ZyrLogRollingFileAppender::Rotate() {
     (void)ZyrBasDeleteFile(path.Text(), 0);
     return ZYR_OK;
   }
-  // Top down, so that no file is overwritten before its own move; a number
-  // that does not exist (a gap left by an interrupted rollover) just moves
-  // up and out at the top.
-  ZyrBasString from, to;
-  r = RolledName(to, path, filesCount_);
+  // Only the numbers that exist move, so the folder ends exactly as if
+  // every number from FilesCount down had been tried. Top down, so that no
+  // file is overwritten before its own move; a gap left by an interrupted
+  // rollover moves up and out at the top. A listing that fails leaves the
+  // live file where it is, above the limit, and the next line tries again.
+  ZyrBasArray<std::uint64_t> numbers;
+  r = ExistingNumbers(path, 0, filesCount_, numbers);
   if (ZyrFailed(r)) return r;
-  (void)RemoveRolled(to);
-  for (std::uint64_t i = filesCount_ - 1; i >= 1; --i) {
-    r = RolledName(from, path, i);
+  ZyrBasString from, to;
+  for (std::uint64_t n : numbers) {
+    r = RolledName(from, path, n);
+    if (ZyrFailed(r)) return r;
+    if (n == filesCount_) {
+      (void)RemoveRolled(from);
+      continue;
+    }
+    r = RolledName(to, path, n + 1);
     if (ZyrFailed(r)) return r;
     (void)ZyrBasMoveFile(from.Text(), to.Text());
-    from.Swap(to);  // number i is the target of the next move
   }
+  r = RolledName(to, path, 1);
+  if (ZyrFailed(r)) return r;
   r = ZyrBasMoveFile(path.Text(), to.Text());
   if (ZyrSucceeded(r)) {
     if (ZyrLogHierarchy* owner = Owner()) (void)owner->ReportRolledFile(to.Text());
@@ -213,11 +266,15 @@ ZyrResult ZyrLogRollingFileAppender::ShrinkTo(std::uint64_t count) {
     filesCount_ = count;
     return ZYR_OK;
   }
+  // The numbers above the new count, up to the old one, that exist: one
+  // listing, however far apart the two counts are.
   ZyrBasString path, name;
+  ZyrBasArray<std::uint64_t> numbers;
   ZyrResult r = FullPath(path);
+  if (ZyrSucceeded(r)) r = ExistingNumbers(path, count, filesCount_, numbers);
   if (ZyrFailed(r)) return r;
-  for (std::uint64_t i = filesCount_; i > count; --i) {
-    r = RolledName(name, path, i);
+  for (std::uint64_t n : numbers) {
+    r = RolledName(name, path, n);
     if (ZyrFailed(r)) return r;
     (void)RemoveRolled(name);
   }

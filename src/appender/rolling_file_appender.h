@@ -29,8 +29,10 @@ class ZyrLogRollingFileAppender final : public ZyrLogFileBasedAppender {
   // The live file only; the lock file stays open until Release.
   ZyrResult CloseTarget() override;
   ZyrResult Release() override;
-  // Size (signed), FilesCount (unsigned; a leading "-" fails), then the
-  // shared keys. A lowered FilesCount removes the numbers above it at once.
+  // Size (signed), FilesCount (unsigned; a leading "-" or more than 15
+  // digits fails), then the shared keys. A lowered FilesCount removes the
+  // numbers above it at once, from the chain of the FileName in force
+  // before this call.
   ZyrResult Configure(ZyrCfgSection& section) override;
   ZyrResult WriteConfig(ZyrCfgSection& section) override;
 
@@ -38,12 +40,14 @@ class ZyrLogRollingFileAppender final : public ZyrLogFileBasedAppender {
   // than 15 digits gives ZYR_E_BUFFER_TOO_SMALL.
   static ZyrResult RolledName(ZyrBasString& out, const ZyrBasString& fullPath, std::uint64_t index);
   // Moves the closed live file to number 1 after moving the chain up; with
-  // FilesCount 0 the live file is deleted instead.
+  // FilesCount 0 the live file is deleted instead. Lists the folder once and
+  // moves only the numbers that exist.
   ZyrResult Rotate();
   // Renames `path` to a temporary name beside it, then deletes that, so the
   // name is free at once even where a deletion waits for open handles.
   static ZyrResult RemoveRolled(const ZyrBasString& path);
-  // Removes the numbers from FilesCount down to count + 1, then keeps count.
+  // Removes the numbers from FilesCount down to count + 1 that exist, then
+  // keeps count.
   ZyrResult ShrinkTo(std::uint64_t count);
 
   std::int64_t Size() const { return size_; }

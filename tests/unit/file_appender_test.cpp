@@ -293,6 +293,65 @@ TEST_F(FileAppenderTest, LoweredFilesCountRemovesTheNumbersAboveAtOnce) {
   EXPECT_EQ(a->Reconfigure(section), ZYR_E_WRONG_APPENDER_TYPE);
 }
 
+TEST_F(FileAppenderTest, RolloverMovesOnlyTheNumbersThereAsTheWholeChainWould) {
+  // A chain with gaps, a number above FilesCount, and names that only look
+  // like rolled files.
+  for (const char* n : {"1", "2", "4", "7", "9", "01", "x", "5x"}) WriteFile(Path("r.log.") + n, n);
+  auto* a = Make<ZyrLogRollingFileAppender>(
+      u"RollingFile", {{u"FileName", u"r.log"}, {u"Size", u"0"}, {u"FilesCount", u"7"}});
+  ASSERT_EQ(Write(a, u"L"), ZYR_OK);
+  EXPECT_EQ(ReadFile(Path("r.log.1")), kMark + "L\r\n");
+  EXPECT_EQ(ReadFile(Path("r.log.2")), "1");
+  EXPECT_EQ(ReadFile(Path("r.log.3")), "2");
+  EXPECT_FALSE(Exists(Path("r.log.4")));
+  EXPECT_EQ(ReadFile(Path("r.log.5")), "4");
+  EXPECT_FALSE(Exists(Path("r.log.7")));  // the top number goes
+  EXPECT_FALSE(Exists(Path("r.log.8")));
+  for (const char* n : {"9", "01", "x", "5x"}) EXPECT_EQ(ReadFile(Path("r.log.") + n), n);
+
+  // A count far beyond the files there costs nothing more: one listing.
+  ZyrCfgSection section;
+  section.SetName(u"a");
+  section.SetValue(u"FileName", u"r.log");
+  section.SetValue(u"FilesCount", u"999999999999999");  // 15 digits: the largest
+  ASSERT_EQ(a->Reconfigure(section), ZYR_OK);
+  ASSERT_EQ(Write(a, u"M"), ZYR_OK);
+  EXPECT_EQ(ReadFile(Path("r.log.1")), kMark + "M\r\n");
+  EXPECT_EQ(ReadFile(Path("r.log.6")), "4");
+  EXPECT_EQ(ReadFile(Path("r.log.10")), "9");
+  WriteFile(Path("r.log.999999999999999"), "top");
+  WriteFile(Path("r.log.123456789"), "mid");
+  section.SetValue(u"FilesCount", u"5");
+  ASSERT_EQ(a->Reconfigure(section), ZYR_OK);
+  EXPECT_EQ(a->FilesCount(), 5u);
+  for (const char* n : {"6", "10", "123456789", "999999999999999"})
+    EXPECT_FALSE(Exists(Path("r.log.") + n)) << n;
+  EXPECT_EQ(ReadFile(Path("r.log.3")), "1");
+
+  // Sixteen digits could not be named: refused, not a silent end of rolling.
+  section.SetValue(u"FilesCount", u"1000000000000000");
+  EXPECT_EQ(a->Reconfigure(section), ZYR_E_INVALID_ARGUMENT);
+  EXPECT_EQ(a->FilesCount(), 5u);
+}
+
+TEST_F(FileAppenderTest, ReloadWithANewNameAndALowerCountPrunesTheOldChain) {
+  for (int i = 1; i <= 6; ++i) {
+    WriteFile(Path("old.log." + std::to_string(i)), "o");
+    WriteFile(Path("new.log." + std::to_string(i)), "n");
+  }
+  auto* a = Make<ZyrLogRollingFileAppender>(u"RollingFile", {{u"FileName", u"old.log"}});
+  ZyrCfgSection section;
+  section.SetName(u"a");
+  section.SetValue(u"FileName", u"new.log");
+  section.SetValue(u"FilesCount", u"2");
+  ASSERT_EQ(a->Reconfigure(section), ZYR_OK);
+  EXPECT_EQ(S(a->FileName()).substr(a->FileName().Length() - 7), u"new.log");
+  for (int i = 1; i <= 6; ++i) {
+    EXPECT_EQ(Exists(Path("old.log." + std::to_string(i))), i <= 2) << i;
+    EXPECT_TRUE(Exists(Path("new.log." + std::to_string(i)))) << i;
+  }
+}
+
 // ---------------------------------------------------------------------------
 // The lock between processes
 
