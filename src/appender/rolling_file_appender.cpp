@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "appender/rolling_common.h"
 #include "base/array.h"
 #include "base/path.h"
 #include "config/document.h"
@@ -14,26 +15,6 @@ constexpr std::size_t kMaxIndexDigits = 15;
 // The first count whose top number would need more digits than a rolled
 // name has room for.
 constexpr std::uint64_t kFirstCountTooLarge = 1000000000000000ull;
-
-// Decimal text of a magnitude into the end of `buffer`; returns the first
-// character.
-char16_t* Decimal(char16_t* end, std::uint64_t value) {
-  do {
-    *--end = static_cast<char16_t>(u'0' + value % 10);
-    value /= 10;
-  } while (value != 0);
-  return end;
-}
-
-ZyrResult SetNumber(ZyrCfgSection& section, const char16_t* key, std::uint64_t magnitude,
-                    bool negative) {
-  char16_t text[24];
-  char16_t* end = text + 23;
-  *end = 0;
-  char16_t* first = Decimal(end, magnitude);
-  if (negative) *--first = u'-';
-  return section.SetValue(key, first);
-}
 
 // The numbers N of the rolled files "<path>.N" that exist with low < N <=
 // high, highest first, from one listing of the folder. A rollover and a
@@ -74,12 +55,6 @@ ZyrResult ExistingNumbers(const ZyrBasString& path, std::uint64_t low, std::uint
   return ZYR_OK;
 }
 
-// The three results by which a file system says that it offers no lock;
-// the rollover then goes on without one.
-bool LockUnsupported(ZyrResult r) {
-  return r == ZYR_E_NOT_SUPPORTED || r == ZYR_E_INVALID_OPERATION || r == ZYR_E_NO_FREE_SLOT;
-}
-
 }  // namespace
 
 ZyrResult ZyrLogRollingFileAppender::WriteText(const char16_t* text, std::size_t length) {
@@ -112,7 +87,7 @@ ZyrResult ZyrLogRollingFileAppender::Append(ZyrLogEvent&, const char16_t* text, 
   bool locked = ZyrSucceeded(lock);
   // Busy: another process is rolling this log. The appender stays closed,
   // and the next event opens whatever the live file then is.
-  if (!locked && !LockUnsupported(lock)) return ZYR_OK;
+  if (!locked && !ZyrLogFileLock::Unsupported(lock)) return ZYR_OK;
 
   ZyrResult result = locked ? ZYR_OK : lock;
   if (ZyrSucceeded(OpenTarget())) {
@@ -135,10 +110,7 @@ ZyrResult ZyrLogRollingFileAppender::OpenTarget() {
   if (!fileLock_.IsOpen()) {
     // Without the lock file this appender writes nothing: a rollover must
     // never run unguarded beside other processes.
-    ZyrBasString lockPath;
-    r = lockPath.Assign(path);
-    if (ZyrSucceeded(r)) r = lockPath.AppendAscii(".lock");
-    if (ZyrSucceeded(r)) r = fileLock_.Open(lockPath.Text());
+    r = fileLock_.OpenBeside(path);
     if (ZyrFailed(r)) return r;
   }
   // Shared for renaming: a competing process moves the live file away
@@ -190,8 +162,8 @@ ZyrResult ZyrLogRollingFileAppender::WriteConfig(ZyrCfgSection& section) {
   bool negative = size_ < 0;
   std::uint64_t magnitude =
       negative ? 0 - static_cast<std::uint64_t>(size_) : static_cast<std::uint64_t>(size_);
-  ZyrResult r = SetNumber(section, u"Size", magnitude, negative);
-  if (ZyrSucceeded(r)) r = SetNumber(section, u"FilesCount", filesCount_, false);
+  ZyrResult r = ZyrLogSetDecimal(section, u"Size", magnitude, negative);
+  if (ZyrSucceeded(r)) r = ZyrLogSetDecimal(section, u"FilesCount", filesCount_, false);
   if (ZyrSucceeded(r)) r = section.SetValue(u"AppenderType", u"RollingFile");
   if (ZyrSucceeded(r)) r = ZyrLogFileBasedAppender::WriteConfig(section);
   return r;
@@ -202,7 +174,7 @@ ZyrResult ZyrLogRollingFileAppender::RolledName(ZyrBasString& out, const ZyrBasS
   char16_t digits[24];
   char16_t* end = digits + 23;
   *end = 0;
-  char16_t* first = Decimal(end, index);
+  char16_t* first = ZyrLogDecimal(end, index);
   if (static_cast<std::size_t>(end - first) > kMaxIndexDigits) return ZYR_E_BUFFER_TOO_SMALL;
   ZyrResult r = out.Reserve(fullPath.Length() + 1 + static_cast<std::size_t>(end - first) + 1);
   if (ZyrSucceeded(r)) r = out.Assign(fullPath);

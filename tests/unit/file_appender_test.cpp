@@ -405,7 +405,7 @@ TEST_F(FileAppenderTest, LockIsTriedNeverWaitedAndDiesWithItsHolder) {
 // ---------------------------------------------------------------------------
 // Through the configuration text
 
-TEST(FileAppenderConfig, BuilderRefusesTheFileTypesNotBuilt) {
+TEST(FileAppenderConfig, BuilderRefusesSharedFileAndBuildsRollingDateFile) {
   std::string home = zyrtest::UsePrivateLocalAppData("filecfg");
   std::string logs = home + "/logs";
   IZyrLog* log = nullptr;
@@ -414,7 +414,7 @@ TEST(FileAppenderConfig, BuilderRefusesTheFileTypesNotBuilt) {
   EXPECT_EQ(log->LoadConfigText(u"[s]\nType = Appender\nAppenderType = SharedFile\nFileName = s.log\n"),
             static_cast<ZyrResult>(0xe0010062));
   EXPECT_EQ(log->LoadConfigText(u"[d]\nType = Appender\nAppenderType = RollingDateFile\nFileName = d.log\n"),
-            ZYR_E_NOT_IMPLEMENTED);
+            ZYR_OK);
   EXPECT_FALSE(Exists(logs + "/s.log"));
   ZyrReleaseLogObject(&IID_IZyrLog, log);
   zyrtest::RemoveTree(home);
