@@ -71,30 +71,10 @@ ZyrResult ZyrLogRollingDateFileAppender::Append(ZyrLogEvent&, const char16_t* te
 
 ZyrResult ZyrLogRollingDateFileAppender::OpenTarget() {
   ZyrBasString path;
-  ZyrResult r = FullPath(path);
-  if (ZyrFailed(r)) return r;
-  EnsureFolder(path);
-  if (!fileLock_.IsOpen()) {
-    // Without the lock file nothing is written: a roll must never run
-    // unguarded beside other processes.
-    r = fileLock_.OpenBeside(path);
-    if (ZyrFailed(r)) return r;
-  }
-  r = PrepareAndOpen(path);
+  ZyrResult r = PrepareTarget(path);
+  if (ZyrSucceeded(r)) r = PrepareAndOpen(path);
   if (ZyrFailed(r)) return r;
   return writer_.WriteMark();
-}
-
-ZyrResult ZyrLogRollingDateFileAppender::CloseTarget() { return writer_.Close(); }
-
-ZyrResult ZyrLogRollingDateFileAppender::Release() {
-  ZyrBasLockGuard guard(Lock());
-  if (IsOpened()) {
-    ZyrResult r = Close();
-    if (ZyrFailed(r)) return r;
-  }
-  if (fileLock_.IsOpen()) fileLock_.Close();
-  return ZYR_OK;
 }
 
 ZyrResult ZyrLogRollingDateFileAppender::Configure(ZyrCfgSection& section) {

@@ -20,10 +20,9 @@
 
 #include <cstdint>
 
-#include "appender/file_appender.h"
-#include "appender/file_lock.h"
+#include "appender/rolling_common.h"
 
-class ZyrLogRollingDateFileAppender final : public ZyrLogFileBasedAppender {
+class ZyrLogRollingDateFileAppender final : public ZyrLogRollingAppenderBase {
  public:
   ZyrResult WriteText(const char16_t* text, std::size_t length) override;
   // Rolls first when the day has changed, then writes: the first line of a
@@ -31,9 +30,6 @@ class ZyrLogRollingDateFileAppender final : public ZyrLogFileBasedAppender {
   ZyrResult Append(ZyrLogEvent& event, const char16_t* text, std::size_t length) override;
   // Opens the lock file once, then PrepareAndOpen.
   ZyrResult OpenTarget() override;
-  // The live file only; the lock file stays open until Release.
-  ZyrResult CloseTarget() override;
-  ZyrResult Release() override;
   // FilesCount, DaysCount (both above 0 fails, and neither is stored), then
   // the shared keys.
   ZyrResult Configure(ZyrCfgSection& section) override;
@@ -56,17 +52,10 @@ class ZyrLogRollingDateFileAppender final : public ZyrLogFileBasedAppender {
   std::uint64_t FilesCount() const { return filesCount_; }
   std::uint64_t DaysCount() const { return daysCount_; }
   std::uint64_t NextRollTime() const { return nextRollTime_; }
-  const ZyrLogFileLock& FileLock() const { return fileLock_; }
 
  private:
-  // True when the file at `path` was created on an earlier UTC day than
-  // Now; a failure to split either time into fields is returned.
-  ZyrResult CreatedBeforeToday(const ZyrBasString& path, bool* earlier, std::uint64_t* created);
-
   std::uint64_t filesCount_ = 0;
   std::uint64_t daysCount_ = 0;
-  ZyrLogFileWriter writer_;
-  ZyrLogFileLock fileLock_;
   std::uint64_t now_ = ~0ull;           // system time of the last open or Append
   std::uint64_t nextRollTime_ = ~0ull;  // Append rolls from this time on
   // Set while a roll closes the file: the footer belongs to the old day.

@@ -104,32 +104,13 @@ ZyrResult ZyrLogRollingFileAppender::Append(ZyrLogEvent&, const char16_t* text, 
 
 ZyrResult ZyrLogRollingFileAppender::OpenTarget() {
   ZyrBasString path;
-  ZyrResult r = FullPath(path);
+  ZyrResult r = PrepareTarget(path);
   if (ZyrFailed(r)) return r;
-  EnsureFolder(path);
-  if (!fileLock_.IsOpen()) {
-    // Without the lock file this appender writes nothing: a rollover must
-    // never run unguarded beside other processes.
-    r = fileLock_.OpenBeside(path);
-    if (ZyrFailed(r)) return r;
-  }
   // Shared for renaming: a competing process moves the live file away
   // while this one holds it open.
   r = writer_.OpenLogFile(path.Text(), true, false);
   if (ZyrFailed(r)) return r;
   return writer_.WriteMark();
-}
-
-ZyrResult ZyrLogRollingFileAppender::CloseTarget() { return writer_.Close(); }
-
-ZyrResult ZyrLogRollingFileAppender::Release() {
-  ZyrBasLockGuard guard(Lock());
-  if (IsOpened()) {
-    ZyrResult r = Close();
-    if (ZyrFailed(r)) return r;
-  }
-  if (fileLock_.IsOpen()) fileLock_.Close();
-  return ZYR_OK;
 }
 
 ZyrResult ZyrLogRollingFileAppender::Configure(ZyrCfgSection& section) {

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "../unit/clock_support.h"
 #include "../unit/mount_support.h"
 #include "base/file.h"
 #include "base/time.h"
@@ -21,20 +22,6 @@ namespace {
 
 using zyrtest::U16;
 
-constexpr std::int64_t kSecond = 10000000;
-
-std::int64_t At(int year, int month, int day, int hour, int minute, int second) {
-  ZyrBasTimeFields f{};
-  f.year = static_cast<std::uint16_t>(year);
-  f.month = static_cast<std::uint16_t>(month);
-  f.day = static_cast<std::uint16_t>(day);
-  f.hour = static_cast<std::uint16_t>(hour);
-  f.minute = static_cast<std::uint16_t>(minute);
-  f.second = static_cast<std::uint16_t>(second);
-  std::uint64_t t = 0;
-  ZyrBasTimeFromFields(f, &t);
-  return static_cast<std::int64_t>(t);
-}
 
 // Writes numbered lines until the library's clock reaches `until`, then
 // leaves the count of lines written (all reported success) in "count.<id>".
@@ -101,11 +88,11 @@ TEST(MultiProcessDate, WritersCrossingMidnightRollOnceAndLoseNothing) {
     zyrtest::WriteFile(dir + "/d.log", "\xef\xbb\xbf");
     ZyrBasFile live;
     ASSERT_EQ(live.Open(U16(dir + "/d.log").c_str(), ZYR_FILE_OPEN_EXISTING, ZYR_FILE_WRITE, 0, 0), ZYR_OK);
-    ASSERT_EQ(live.SetCreationTime(At(2026, 5, 1, 23, 0, 0)), ZYR_OK);
+    ASSERT_EQ(live.SetCreationTime(zyrtest::UtcTime(2026, 5, 1, 23, 0, 0)), ZYR_OK);
   }
   // A second before midnight; the writers go on to a second after it.
-  ZyrBasTestSetClockOffset(At(2026, 5, 1, 23, 59, 59) - static_cast<std::int64_t>(ZyrBasSystemTime()));
-  const std::int64_t until = At(2026, 5, 2, 0, 0, 1);
+  zyrtest::SetClock(zyrtest::UtcTime(2026, 5, 1, 23, 59, 59));
+  const std::int64_t until = zyrtest::UtcTime(2026, 5, 2, 0, 0, 1);
   constexpr int kWriters = 3;
   std::vector<pid_t> children;
   for (int id = 0; id < kWriters; ++id) {

@@ -16,6 +16,7 @@
 #include "base/time.h"
 #include "config/document.h"
 #include "engine/manager.h"
+#include "clock_support.h"
 #include "mount_support.h"
 #include "records/event.h"
 #include "test_support.h"
@@ -27,23 +28,10 @@ using zyrtest::ReadFile;
 using zyrtest::U16;
 
 const std::string kMark = "\xef\xbb\xbf";
-constexpr std::int64_t kSecond = 10000000;
-constexpr std::int64_t kDay = 86400 * kSecond;
-
-std::int64_t T(int year, int month, int day, int hour = 0, int minute = 0, int second = 0,
-               int millisecond = 0) {
-  ZyrBasTimeFields f{};
-  f.year = static_cast<std::uint16_t>(year);
-  f.month = static_cast<std::uint16_t>(month);
-  f.day = static_cast<std::uint16_t>(day);
-  f.hour = static_cast<std::uint16_t>(hour);
-  f.minute = static_cast<std::uint16_t>(minute);
-  f.second = static_cast<std::uint16_t>(second);
-  f.millisecond = static_cast<std::uint16_t>(millisecond);
-  std::uint64_t t = 0;
-  EXPECT_EQ(ZyrBasTimeFromFields(f, &t), ZYR_OK);
-  return static_cast<std::int64_t>(t);
-}
+using zyrtest::kDay;
+using zyrtest::kSecond;
+using zyrtest::SetClock;
+using zyrtest::UtcTime;
 
 struct RecordingOwner : ZyrLogHierarchy {
   ZyrResult ReportRolledFile(const char16_t* path) override {
@@ -74,12 +62,6 @@ class RollingDateTest : public ::testing::Test {
       ZyrDelete(a);
     }
     ZyrBasTestSetClockOffset(0);
-  }
-
-  // The library's clock reads `time` now and runs on from there.
-  static void SetClock(std::int64_t time) {
-    ZyrBasTestSetClockOffset(0);
-    ZyrBasTestSetClockOffset(time - static_cast<std::int64_t>(ZyrBasSystemTime()));
   }
 
   ZyrLogRollingDateFileAppender* Make(std::vector<std::pair<const char16_t*, const char16_t*>> keys) {
@@ -119,15 +101,15 @@ class RollingDateTest : public ::testing::Test {
 TEST_F(RollingDateTest, FirstLineAfterMidnightUtcStartsANewFileWhateverTheTimeZone) {
   zyrtest::ScopedEnv tz("TZ", "Pacific/Kiritimati");  // UTC+14
   tzset();
-  SetClock(T(2026, 3, 14, 23, 59, 59, 500));
+  SetClock(UtcTime(2026, 3, 14, 23, 59, 59, 500));
   auto* a = Make({});
   ASSERT_EQ(Write(a, u"a"), ZYR_OK);
   // One millisecond after midnight, to the microsecond.
-  EXPECT_NEAR(static_cast<double>(a->NextRollTime() - T(2026, 3, 15, 0, 0, 0, 1)), 0, 10);
-  SetClock(T(2026, 3, 15));  // midnight, but not yet a millisecond after it
+  EXPECT_NEAR(static_cast<double>(a->NextRollTime() - UtcTime(2026, 3, 15, 0, 0, 0, 1)), 0, 10);
+  SetClock(UtcTime(2026, 3, 15));  // midnight, but not yet a millisecond after it
   ASSERT_EQ(Write(a, u"b"), ZYR_OK);
   EXPECT_FALSE(Exists(P("c.2026-03-14.log")));
-  SetClock(T(2026, 3, 15, 0, 0, 0, 2));
+  SetClock(UtcTime(2026, 3, 15, 0, 0, 0, 2));
   ASSERT_EQ(Write(a, u"c"), ZYR_OK);
   EXPECT_EQ(ReadFile(P("c.2026-03-14.log")), kMark + "a\r\nb\r\n");
   EXPECT_EQ(ReadFile(P("c.log")), kMark + "c\r\n");
@@ -141,16 +123,16 @@ TEST_F(RollingDateTest, FirstLineAfterMidnightUtcStartsANewFileWhateverTheTimeZo
   a->Release();
   ASSERT_EQ(Write(a, u"d"), ZYR_OK);
   EXPECT_EQ(ReadFile(P("c.log")), kMark + "c\r\nd\r\n");
-  SetClock(T(2026, 3, 16, 0, 0, 1));
+  SetClock(UtcTime(2026, 3, 16, 0, 0, 1));
   ASSERT_EQ(Write(a, u"e"), ZYR_OK);
   EXPECT_EQ(ReadFile(P("c.2026-03-15.log")), kMark + "c\r\nd\r\n");
   EXPECT_EQ(ReadFile(P("c.2026-03-14.log")), kMark + "a\r\nb\r\n");  // neither count set: all stay
 }
 
 TEST_F(RollingDateTest, AFileFromAnEarlierDayRollsAtOpenUnderItsOwnDate) {
-  MakeFile("c.log", kMark + "old\r\n", T(2026, 3, 10, 12));
-  MakeFile("c.2026-03-10.log", "replaced", T(2026, 3, 10, 1));
-  SetClock(T(2026, 3, 14, 8));
+  MakeFile("c.log", kMark + "old\r\n", UtcTime(2026, 3, 10, 12));
+  MakeFile("c.2026-03-10.log", "replaced", UtcTime(2026, 3, 10, 1));
+  SetClock(UtcTime(2026, 3, 14, 8));
   auto* a = Make({});
   ASSERT_EQ(Write(a, u"new"), ZYR_OK);
   EXPECT_EQ(ReadFile(P("c.2026-03-10.log")), kMark + "old\r\n");
@@ -158,7 +140,7 @@ TEST_F(RollingDateTest, AFileFromAnEarlierDayRollsAtOpenUnderItsOwnDate) {
 
   // A clock set back before the live file's creation date: no roll.
   a->Release();
-  SetClock(T(2026, 3, 12, 8));
+  SetClock(UtcTime(2026, 3, 12, 8));
   ASSERT_EQ(Write(a, u"back"), ZYR_OK);
   EXPECT_EQ(ReadFile(P("c.log")), kMark + "new\r\nback\r\n");
   EXPECT_FALSE(Exists(P("c.2026-03-14.log")));
@@ -167,12 +149,12 @@ TEST_F(RollingDateTest, AFileFromAnEarlierDayRollsAtOpenUnderItsOwnDate) {
 TEST_F(RollingDateTest, FilesCountKeepsTheNewestByCreationTimeNotByName) {
   // Two files of one creation time count as one, and the one listed first
   // is neither counted nor removed.
-  MakeFile("c.2030-01-01.log", "x", T(2026, 3, 1));
-  MakeFile("c.2031-01-01.log", "y", T(2026, 3, 1));
-  MakeFile("c.2001-01-01.log", "z", T(2026, 3, 2));
-  MakeFile("c.2000-01-01.log", "w", T(2026, 3, 3));
-  MakeFile("c.log", "live", T(2026, 3, 4));
-  SetClock(T(2026, 3, 5, 10));
+  MakeFile("c.2030-01-01.log", "x", UtcTime(2026, 3, 1));
+  MakeFile("c.2031-01-01.log", "y", UtcTime(2026, 3, 1));
+  MakeFile("c.2001-01-01.log", "z", UtcTime(2026, 3, 2));
+  MakeFile("c.2000-01-01.log", "w", UtcTime(2026, 3, 3));
+  MakeFile("c.log", "live", UtcTime(2026, 3, 4));
+  SetClock(UtcTime(2026, 3, 5, 10));
   Make({{u"FilesCount", u"2"}});
   ASSERT_EQ(Write(made_[0], u"l"), ZYR_OK);
   // By creation time: {1 Mar: x or y}, 2 Mar z, 3 Mar w, 4 Mar the rolled
@@ -184,10 +166,10 @@ TEST_F(RollingDateTest, FilesCountKeepsTheNewestByCreationTimeNotByName) {
 }
 
 TEST_F(RollingDateTest, DaysCountRemovesFilesCreatedThatManyDaysAgo) {
-  std::int64_t now = T(2026, 3, 14, 6);
+  std::int64_t now = UtcTime(2026, 3, 14, 6);
   MakeFile("c.2026-03-07.log", "gone", now - 7 * kDay - kSecond / 1000);
   MakeFile("c.2026-03-08.log", "kept", now - 7 * kDay + kSecond);
-  MakeFile("c.log", "live", T(2026, 3, 13));
+  MakeFile("c.log", "live", UtcTime(2026, 3, 13));
   SetClock(now);
   Make({{u"DaysCount", u"7"}});
   ASSERT_EQ(Write(made_[0], u"l"), ZYR_OK);
@@ -201,7 +183,7 @@ TEST_F(RollingDateTest, DaysCountRemovesFilesCreatedThatManyDaysAgo) {
 
 TEST(RollingDateNames, TheDateTakesThePlaceOfTheExtension) {
   ZyrBasString path, out;
-  std::uint64_t created = static_cast<std::uint64_t>(T(2014, 11, 3, 23, 59, 59));
+  std::uint64_t created = static_cast<std::uint64_t>(UtcTime(2014, 11, 3, 23, 59, 59));
   path.Assign(u"/var/log/common.log");
   ASSERT_EQ(ZyrLogRollingDateFileAppender::DatedName(out, path, created), ZYR_OK);
   EXPECT_EQ(zyrtest::Str(out), u"/var/log/common.2014-11-03.log");
