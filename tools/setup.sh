@@ -10,6 +10,10 @@ command -v clang++ >/dev/null || need+=(clang)
 [ -f /usr/include/benchmark/benchmark.h ] || need+=(libbenchmark-dev)
 ls /usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a >/dev/null 2>&1 || need+=(libclang-rt-dev)
 command -v nm >/dev/null || need+=(binutils)
+# File systems that tests mount on loop images: btrfs for compression of
+# rolled logs, ext4 without birth times for the date-rolling tests.
+command -v mkfs.btrfs >/dev/null || need+=(btrfs-progs)
+command -v mkfs.ext4 >/dev/null || need+=(e2fsprogs)
 if [ ${#need[@]} -gt 0 ]; then
   if [ "$(id -u)" != 0 ]; then
     echo "missing packages: ${need[*]} (run as root or install them)" >&2

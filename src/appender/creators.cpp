@@ -2,6 +2,7 @@
 #include "appender/appender.h"
 #include "appender/console_appender.h"
 #include "appender/file_appender.h"
+#include "appender/rolling_date_file_appender.h"
 #include "appender/rolling_file_appender.h"
 #include "base/memory.h"
 
@@ -51,7 +52,7 @@ ZyrResult ZyrLogMakeAppender(const ZyrBasString& type, const ZyrBasString& logFo
   // Configure then refuses the type.
   if (type.Equals(u"File") || type.Equals(u"SharedFile"))
     return MakeFileBased<ZyrLogFileAppender>(hierarchy, name, logFolder, appender);
-  // The date-rolling class is not built yet.
-  if (type.Equals(u"RollingDateFile")) return ZYR_E_NOT_IMPLEMENTED;
+  if (type.Equals(u"RollingDateFile"))
+    return MakeFileBased<ZyrLogRollingDateFileAppender>(hierarchy, name, logFolder, appender);
   return ZYR_E_APPENDER_NOT_FOUND;
 }

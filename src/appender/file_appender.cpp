@@ -5,6 +5,7 @@
 
 #include "base/path.h"
 #include "base/textconv.h"
+#include "base/time.h"
 #include "config/document.h"
 
 namespace {
@@ -48,6 +49,9 @@ ZyrResult ZyrLogFileWriter::OpenLogFile(const char16_t* path, bool allowDelete, 
     ZyrBasFile fresh;
     if (ZyrSucceeded(fresh.Open(tempPath.Text(), ZYR_FILE_CREATE_NEW, ZYR_FILE_WRITE, share,
                                 ZYR_FILE_SHARED_BY_ALL))) {
+      // Set explicitly to the library's clock: where the file system keeps
+      // no birth time, this is the time that the name of a dated file uses.
+      (void)fresh.SetCreationTime(static_cast<std::int64_t>(ZyrBasSystemTime()));
       (void)fresh.Close();
       // A failure means that the file exists already: it keeps its time.
       if (ZyrFailed(ZyrBasMoveFileNoReplace(tempPath.Text(), path)))

@@ -13,6 +13,14 @@ ZyrResult ZyrLogFileLock::Open(const char16_t* path) {
   return ZYR_OK;
 }
 
+ZyrResult ZyrLogFileLock::OpenBeside(const ZyrBasString& logPath) {
+  ZyrBasString lockPath;
+  ZyrResult r = lockPath.Assign(logPath);
+  if (ZyrSucceeded(r)) r = lockPath.AppendAscii(".lock");
+  if (ZyrSucceeded(r)) r = Open(lockPath.Text());
+  return r;
+}
+
 ZyrResult ZyrLogFileLock::TryLock(bool exclusive) {
   if (state_ == ZYR_LOCK_CLOSED) return ZYR_E_NOT_INITIALIZED;
   ZyrResult r = ZyrBasTryLockFile(file_, exclusive);

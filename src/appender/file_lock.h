@@ -10,6 +10,7 @@
 #include <cstdint>
 
 #include "base/file.h"
+#include "base/string.h"
 #include "zyrlog/result.h"
 
 inline constexpr std::uint32_t ZYR_LOCK_CLOSED = 0;  // lock file not open
@@ -21,6 +22,8 @@ class ZyrLogFileLock {
   // Opens or creates the lock file `path` (the log's full path with ".lock"
   // added), readable and writable by every account. Needs State() closed.
   ZyrResult Open(const char16_t* path);
+  // Open for the log `logPath`: its full path with ".lock" added.
+  ZyrResult OpenBeside(const ZyrBasString& logPath);
   // Never waits. ZYR_W_TIMEOUT while another open of the file (another
   // process, or another appender of this one) holds it; ZYR_E_NOT_SUPPORTED
   // where the file system can't lock, and the caller goes on alone.
@@ -29,6 +32,12 @@ class ZyrLogFileLock {
   void Unlock();
   // Needs the lock given back; the file stays on disk.
   void Close();
+
+  // The results by which TryLock says that the file system offers no lock;
+  // a rollover then goes on without one.
+  static bool Unsupported(ZyrResult r) {
+    return r == ZYR_E_NOT_SUPPORTED || r == ZYR_E_INVALID_OPERATION || r == ZYR_E_NO_FREE_SLOT;
+  }
 
   std::uint32_t State() const { return state_; }
   bool IsOpen() const { return state_ != ZYR_LOCK_CLOSED; }

@@ -1,5 +1,9 @@
 #include "appender/rolling_file_appender.h"
 
+#include <algorithm>
+
+#include "appender/rolling_common.h"
+#include "base/array.h"
 #include "base/path.h"
 #include "config/document.h"
 #include "config/number.h"
@@ -8,31 +12,47 @@
 namespace {
 
 constexpr std::size_t kMaxIndexDigits = 15;
+// The first count whose top number would need more digits than a rolled
+// name has room for.
+constexpr std::uint64_t kFirstCountTooLarge = 1000000000000000ull;
 
-// Decimal text of a magnitude into the end of `buffer`; returns the first
-// character.
-char16_t* Decimal(char16_t* end, std::uint64_t value) {
-  do {
-    *--end = static_cast<char16_t>(u'0' + value % 10);
-    value /= 10;
-  } while (value != 0);
-  return end;
-}
-
-ZyrResult SetNumber(ZyrCfgSection& section, const char16_t* key, std::uint64_t magnitude,
-                    bool negative) {
-  char16_t text[24];
-  char16_t* end = text + 23;
-  *end = 0;
-  char16_t* first = Decimal(end, magnitude);
-  if (negative) *--first = u'-';
-  return section.SetValue(key, first);
-}
-
-// The three results by which a file system says that it offers no lock;
-// the rollover then goes on without one.
-bool LockUnsupported(ZyrResult r) {
-  return r == ZYR_E_NOT_SUPPORTED || r == ZYR_E_INVALID_OPERATION || r == ZYR_E_NO_FREE_SLOT;
+// The numbers N of the rolled files "<path>.N" that exist with low < N <=
+// high, highest first, from one listing of the folder. A rollover and a
+// shrink move or remove these only, so their cost follows the files on
+// disk, not FilesCount. Only names that RolledName makes count: decimal
+// digits without a leading zero. A missing folder holds no rolled file.
+ZyrResult ExistingNumbers(const ZyrBasString& path, std::uint64_t low, std::uint64_t high,
+                          ZyrBasArray<std::uint64_t>& numbers) {
+  numbers.Clear();
+  ZyrBasString folder, pattern;
+  ZyrResult r = ZyrBasPathDirectory(folder, path.Text(), path.Length());
+  if (ZyrSucceeded(r)) r = ZyrBasPathFileName(pattern, path.Text(), path.Length());
+  if (ZyrFailed(r)) return r;
+  std::size_t prefix = pattern.Length() + 1;  // the name and its "."
+  r = pattern.AppendAscii(".*");
+  if (ZyrFailed(r)) return r;
+  ZyrBasDirEnum listing;
+  r = listing.Open(folder.Text(), pattern.Text(), ZYR_ENUM_FILES | ZYR_ENUM_NAMES_ONLY);
+  if (r == ZYR_E_PATH_NOT_FOUND || r == ZYR_E_FILE_NOT_FOUND) return ZYR_OK;
+  for (; r == ZYR_OK; r = listing.Next()) {
+    const ZyrBasDirItem* item = nullptr;
+    r = listing.Current(&item);
+    if (ZyrFailed(r)) return r;
+    // The name itself, not a wildcard in it, must match.
+    if (ZyrBasCompareOrdinal(item->Name(), prefix - 1, pattern.Text(), prefix - 1) != 0) continue;
+    const char16_t* digits = item->Name() + prefix;
+    std::size_t count = item->NameLength() - prefix;
+    if (count == 0 || count > kMaxIndexDigits || digits[0] == u'0') continue;
+    std::uint64_t n = 0;
+    for (std::size_t i = 0; i < count && n != ~0ull; ++i)
+      n = digits[i] >= u'0' && digits[i] <= u'9' ? n * 10 + (digits[i] - u'0') : ~0ull;
+    if (n <= low || n > high) continue;
+    r = numbers.Append(n);
+    if (ZyrFailed(r)) return r;
+  }
+  if (ZyrFailed(r)) return r;
+  std::sort(numbers.begin(), numbers.end(), [](std::uint64_t a, std::uint64_t b) { return a > b; });
+  return ZYR_OK;
 }
 
 }  // namespace
@@ -67,7 +87,7 @@ ZyrResult ZyrLogRollingFileAppender::Append(ZyrLogEvent&, const char16_t* text, 
   bool locked = ZyrSucceeded(lock);
   // Busy: another process is rolling this log. The appender stays closed,
   // and the next event opens whatever the live file then is.
-  if (!locked && !LockUnsupported(lock)) return ZYR_OK;
+  if (!locked && !ZyrLogFileLock::Unsupported(lock)) return ZYR_OK;
 
   ZyrResult result = locked ? ZYR_OK : lock;
   if (ZyrSucceeded(OpenTarget())) {
@@ -84,35 +104,13 @@ ZyrResult ZyrLogRollingFileAppender::Append(ZyrLogEvent&, const char16_t* text, 
 
 ZyrResult ZyrLogRollingFileAppender::OpenTarget() {
   ZyrBasString path;
-  ZyrResult r = FullPath(path);
+  ZyrResult r = PrepareTarget(path);
   if (ZyrFailed(r)) return r;
-  EnsureFolder(path);
-  if (!fileLock_.IsOpen()) {
-    // Without the lock file this appender writes nothing: a rollover must
-    // never run unguarded beside other processes.
-    ZyrBasString lockPath;
-    r = lockPath.Assign(path);
-    if (ZyrSucceeded(r)) r = lockPath.AppendAscii(".lock");
-    if (ZyrSucceeded(r)) r = fileLock_.Open(lockPath.Text());
-    if (ZyrFailed(r)) return r;
-  }
   // Shared for renaming: a competing process moves the live file away
   // while this one holds it open.
   r = writer_.OpenLogFile(path.Text(), true, false);
   if (ZyrFailed(r)) return r;
   return writer_.WriteMark();
-}
-
-ZyrResult ZyrLogRollingFileAppender::CloseTarget() { return writer_.Close(); }
-
-ZyrResult ZyrLogRollingFileAppender::Release() {
-  ZyrBasLockGuard guard(Lock());
-  if (IsOpened()) {
-    ZyrResult r = Close();
-    if (ZyrFailed(r)) return r;
-  }
-  if (fileLock_.IsOpen()) fileLock_.Close();
-  return ZYR_OK;
 }
 
 ZyrResult ZyrLogRollingFileAppender::Configure(ZyrCfgSection& section) {
@@ -124,30 +122,29 @@ ZyrResult ZyrLogRollingFileAppender::Configure(ZyrCfgSection& section) {
     std::int64_t size = 0;
     if (ZyrSucceeded(ZyrCfgParseSigned(value->text, &size))) size_ = size;
   }
-  bool countGiven = false;
-  std::uint64_t count = 0;
   if (ZyrSucceeded(section.FindValue(u"FilesCount", &value))) {
+    std::uint64_t count = 0;
     ZyrResult r = ZyrCfgParseUnsigned(value->text, &count);
     if (ZyrFailed(r)) return r;
-    countGiven = true;
+    // A count whose rolled names could not be made would silently turn the
+    // limit off: refuse it, as a sign in front is refused.
+    if (count >= kFirstCountTooLarge) return ZYR_E_INVALID_ARGUMENT;
+    // Before the shared keys: a reload that changes FileName and lowers
+    // FilesCount at once prunes the chain of the old name, which is the one
+    // that holds numbers above the new count. A first configuration has no
+    // chain yet.
+    if (FileName().Empty()) filesCount_ = count;
+    else (void)ShrinkTo(count);
   }
-  ZyrResult r = ConfigureShared(section);
-  if (countGiven) {
-    // The removal of numbers above the new count runs once the file name
-    // is known, so a first configuration cleans up after an earlier,
-    // larger count too.
-    if (ZyrSucceeded(r)) (void)ShrinkTo(count);
-    else filesCount_ = count;
-  }
-  return r;
+  return ConfigureShared(section);
 }
 
 ZyrResult ZyrLogRollingFileAppender::WriteConfig(ZyrCfgSection& section) {
   bool negative = size_ < 0;
   std::uint64_t magnitude =
       negative ? 0 - static_cast<std::uint64_t>(size_) : static_cast<std::uint64_t>(size_);
-  ZyrResult r = SetNumber(section, u"Size", magnitude, negative);
-  if (ZyrSucceeded(r)) r = SetNumber(section, u"FilesCount", filesCount_, false);
+  ZyrResult r = ZyrLogSetDecimal(section, u"Size", magnitude, negative);
+  if (ZyrSucceeded(r)) r = ZyrLogSetDecimal(section, u"FilesCount", filesCount_, false);
   if (ZyrSucceeded(r)) r = section.SetValue(u"AppenderType", u"RollingFile");
   if (ZyrSucceeded(r)) r = ZyrLogFileBasedAppender::WriteConfig(section);
   return r;
@@ -158,7 +155,7 @@ ZyrResult ZyrLogRollingFileAppender::RolledName(ZyrBasString& out, const ZyrBasS
   char16_t digits[24];
   char16_t* end = digits + 23;
   *end = 0;
-  char16_t* first = Decimal(end, index);
+  char16_t* first = ZyrLogDecimal(end, index);
   if (static_cast<std::size_t>(end - first) > kMaxIndexDigits) return ZYR_E_BUFFER_TOO_SMALL;
   ZyrResult r = out.Reserve(fullPath.Length() + 1 + static_cast<std::size_t>(end - first) + 1);
   if (ZyrSucceeded(r)) r = out.Assign(fullPath);
@@ -175,19 +172,28 @@ ZyrResult ZyrLogRollingFileAppender::Rotate() {
     (void)ZyrBasDeleteFile(path.Text(), 0);
     return ZYR_OK;
   }
-  // Top down, so that no file is overwritten before its own move; a number
-  // that does not exist (a gap left by an interrupted rollover) just moves
-  // up and out at the top.
-  ZyrBasString from, to;
-  r = RolledName(to, path, filesCount_);
+  // Only the numbers that exist move, so the folder ends exactly as if
+  // every number from FilesCount down had been tried. Top down, so that no
+  // file is overwritten before its own move; a gap left by an interrupted
+  // rollover moves up and out at the top. A listing that fails leaves the
+  // live file where it is, above the limit, and the next line tries again.
+  ZyrBasArray<std::uint64_t> numbers;
+  r = ExistingNumbers(path, 0, filesCount_, numbers);
   if (ZyrFailed(r)) return r;
-  (void)RemoveRolled(to);
-  for (std::uint64_t i = filesCount_ - 1; i >= 1; --i) {
-    r = RolledName(from, path, i);
+  ZyrBasString from, to;
+  for (std::uint64_t n : numbers) {
+    r = RolledName(from, path, n);
+    if (ZyrFailed(r)) return r;
+    if (n == filesCount_) {
+      (void)RemoveRolled(from);
+      continue;
+    }
+    r = RolledName(to, path, n + 1);
     if (ZyrFailed(r)) return r;
     (void)ZyrBasMoveFile(from.Text(), to.Text());
-    from.Swap(to);  // number i is the target of the next move
   }
+  r = RolledName(to, path, 1);
+  if (ZyrFailed(r)) return r;
   r = ZyrBasMoveFile(path.Text(), to.Text());
   if (ZyrSucceeded(r)) {
     if (ZyrLogHierarchy* owner = Owner()) (void)owner->ReportRolledFile(to.Text());
@@ -213,11 +219,15 @@ ZyrResult ZyrLogRollingFileAppender::ShrinkTo(std::uint64_t count) {
     filesCount_ = count;
     return ZYR_OK;
   }
+  // The numbers above the new count, up to the old one, that exist: one
+  // listing, however far apart the two counts are.
   ZyrBasString path, name;
+  ZyrBasArray<std::uint64_t> numbers;
   ZyrResult r = FullPath(path);
+  if (ZyrSucceeded(r)) r = ExistingNumbers(path, count, filesCount_, numbers);
   if (ZyrFailed(r)) return r;
-  for (std::uint64_t i = filesCount_; i > count; --i) {
-    r = RolledName(name, path, i);
+  for (std::uint64_t n : numbers) {
+    r = RolledName(name, path, n);
     if (ZyrFailed(r)) return r;
     (void)RemoveRolled(name);
   }

@@ -13,24 +13,22 @@
 
 #include <cstdint>
 
-#include "appender/file_appender.h"
-#include "appender/file_lock.h"
+#include "appender/rolling_common.h"
 
 inline constexpr std::int64_t kZyrLogDefaultRollSize = 0x100000;
 inline constexpr std::uint64_t kZyrLogDefaultFilesCount = 10;
 
-class ZyrLogRollingFileAppender final : public ZyrLogFileBasedAppender {
+class ZyrLogRollingFileAppender final : public ZyrLogRollingAppenderBase {
  public:
   ZyrResult WriteText(const char16_t* text, std::size_t length) override;
   // Writes, then rolls when the live file is above Size.
   ZyrResult Append(ZyrLogEvent& event, const char16_t* text, std::size_t length) override;
   // Opens the lock file once, then the live file, shared for renaming.
   ZyrResult OpenTarget() override;
-  // The live file only; the lock file stays open until Release.
-  ZyrResult CloseTarget() override;
-  ZyrResult Release() override;
-  // Size (signed), FilesCount (unsigned; a leading "-" fails), then the
-  // shared keys. A lowered FilesCount removes the numbers above it at once.
+  // Size (signed), FilesCount (unsigned; a leading "-" or more than 15
+  // digits fails), then the shared keys. A lowered FilesCount removes the
+  // numbers above it at once, from the chain of the FileName in force
+  // before this call.
   ZyrResult Configure(ZyrCfgSection& section) override;
   ZyrResult WriteConfig(ZyrCfgSection& section) override;
 
@@ -38,26 +36,24 @@ class ZyrLogRollingFileAppender final : public ZyrLogFileBasedAppender {
   // than 15 digits gives ZYR_E_BUFFER_TOO_SMALL.
   static ZyrResult RolledName(ZyrBasString& out, const ZyrBasString& fullPath, std::uint64_t index);
   // Moves the closed live file to number 1 after moving the chain up; with
-  // FilesCount 0 the live file is deleted instead.
+  // FilesCount 0 the live file is deleted instead. Lists the folder once and
+  // moves only the numbers that exist.
   ZyrResult Rotate();
   // Renames `path` to a temporary name beside it, then deletes that, so the
   // name is free at once even where a deletion waits for open handles.
   static ZyrResult RemoveRolled(const ZyrBasString& path);
-  // Removes the numbers from FilesCount down to count + 1, then keeps count.
+  // Removes the numbers from FilesCount down to count + 1 that exist, then
+  // keeps count.
   ZyrResult ShrinkTo(std::uint64_t count);
 
   std::int64_t Size() const { return size_; }
   std::int64_t CurrentSize() const { return currentSize_; }
   std::uint64_t FilesCount() const { return filesCount_; }
-  const ZyrLogFileLock& FileLock() const { return fileLock_; }
-  ZyrLogFileWriter& Writer() { return writer_; }
 
  private:
   std::int64_t size_ = kZyrLogDefaultRollSize;
   std::int64_t currentSize_ = 0;  // end of the live file seen after the last write
   std::uint64_t filesCount_ = kZyrLogDefaultFilesCount;
-  ZyrLogFileWriter writer_;
-  ZyrLogFileLock fileLock_;
   // Set while a rollover closes the file: the footer written by that close
   // belongs to the old file and must not start a rollover of its own.
   std::uint8_t rollClosing_ = 0;

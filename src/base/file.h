@@ -320,6 +320,10 @@ inline constexpr std::uint32_t ZYR_ENUM_DIRECTORIES = 4;
 inline constexpr std::uint32_t ZYR_ENUM_FILES = 8;        // anything not a directory
 inline constexpr std::uint32_t ZYR_ENUM_LINKS = 16;       // without it links are skipped
 inline constexpr std::uint32_t ZYR_ENUM_ALL = 255;
+// Names only: an entry whose kind the directory tells is not queried, and
+// its times, size and attributes read 0. For callers that want a listing
+// at the cost of reading the directory alone.
+inline constexpr std::uint32_t ZYR_ENUM_NAMES_ONLY = 0x100;
 
 // The present entry of an enumeration, with the enumerated directory.
 class ZyrBasDirItem {

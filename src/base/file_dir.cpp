@@ -316,7 +316,12 @@ ZyrResult ZyrBasDirEnum::Advance() {
       if (kind == ZYR_OS_KIND_DIRECTORY && !(flags_ & ZYR_ENUM_DIRECTORIES)) continue;
       if (kind == ZYR_OS_KIND_OTHER && !(flags_ & ZYR_ENUM_FILES)) continue;
     }
-    r = ZyrBasOsDirQuery(dir_, raw, &e);
+    if ((flags_ & ZYR_ENUM_NAMES_ONLY) && kind != ZYR_OS_KIND_UNKNOWN) {
+      e = ZyrBasDirEntry{};
+      r = ZYR_OK;
+    } else {
+      r = ZyrBasOsDirQuery(dir_, raw, &e);
+    }
     if (r == ZYR_E_FILE_NOT_FOUND) continue;  // gone since it was listed
     if (ZyrFailed(r)) return r;
     if (!dot && !dotdot && kind == ZYR_OS_KIND_UNKNOWN) {

@@ -26,8 +26,13 @@ struct ZyrBasTimeFields {
   std::uint16_t nanosecond;   // (time % 10) * 100
 };
 
-// The current UTC time.
+// The current UTC time: the system clock, moved by the test offset.
 std::uint64_t ZyrBasSystemTime();
+// For tests only, never set by the library: every later ZyrBasSystemTime
+// answers the system clock plus `offset` (100-nanosecond units, may be
+// negative; 0 is the real clock), so that a test can bring the clock to
+// the edge of a day without waiting for it. A forked child inherits it.
+void ZyrBasTestSetClockOffset(std::int64_t offset);
 // Milliseconds of a monotonic clock, wrapping at 32 bits.
 std::uint32_t ZyrBasTickCount();
 

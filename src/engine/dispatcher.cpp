@@ -41,6 +41,7 @@ ZyrLogDispatcher::~ZyrLogDispatcher() {
 ZyrResult ZyrLogDispatcher::Init() {
   ZyrResult r = queueLock_.Create();
   if (ZyrSucceeded(r)) r = queueEvent_.Create();
+  if (ZyrSucceeded(r)) r = housekeeper_.Init();
   return r;
 }
 
@@ -53,6 +54,7 @@ void ZyrLogDispatcher::HousekeepingTick() {
   if (housekeepingBusy_.exchange(1) == 1) return;  // another thread is at it
   if (lastHousekeeping_.load(std::memory_order_relaxed) < now - 1000u) {
     lastHousekeeping_.store(now, std::memory_order_relaxed);
+    (void)housekeeper_.CollectFinished();
     // Log file housekeeping and the configuration change check run here;
     // the check only while no worker runs (the worker watches folders).
     if (!running_.load() && changeCallback_) (void)changeCallback_(changeContext_);

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "appender/housekeeper.h"
 #include "base/array.h"
 #include "base/lock.h"
 #include "base/sync.h"
@@ -71,6 +72,7 @@ class ZyrLogDispatcher {
   ZyrResult WatchFolder(const char16_t* folder);
 
   bool Running() const { return running_.load() != 0; }
+  ZyrLogHousekeeper& Housekeeper() { return housekeeper_; }
   std::size_t QueuedCount();
   std::uint64_t MaxQueueBytes();
 
@@ -99,6 +101,7 @@ class ZyrLogDispatcher {
   void* changeContext_;
   std::atomic<std::uint32_t> housekeepingBusy_{0};
   std::atomic<std::uint32_t> lastHousekeeping_;
+  ZyrLogHousekeeper housekeeper_;  // waits for its requests when destroyed
   ZyrLogWorker worker_;
   std::uint8_t workerStarted_ = 0;
   ZyrBasCriticalSection queueLock_;

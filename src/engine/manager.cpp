@@ -20,8 +20,10 @@ ZyrResult ZyrLogHierarchy::Dispatch(ZyrLoggerNode* logger, ZyrLogEvent& event) {
   return dispatcher->Dispatch(logger, event);
 }
 
-// Compression of rolled files comes with the log file housekeeping.
-ZyrResult ZyrLogHierarchy::ReportRolledFile(const char16_t*) { return ZYR_E_NOT_IMPLEMENTED; }
+// Never waits: the request is handed over and collected at a later tick.
+ZyrResult ZyrLogHierarchy::ReportRolledFile(const char16_t* path) {
+  return dispatcher->Housekeeper().CompressRolled(path);
+}
 
 ZyrResult ZyrLogHierarchy::WatchFolder(const char16_t* folder) {
   return dispatcher->WatchFolder(folder);

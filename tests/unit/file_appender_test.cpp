@@ -267,17 +267,24 @@ TEST_F(FileAppenderTest, FooterOfARolloverStaysInTheOldFile) {
   a->SetLayout(nullptr);
 }
 
-TEST_F(FileAppenderTest, LoweredFilesCountRemovesTheNumbersAboveAtOnce) {
-  for (int i = 1; i <= 11; ++i) WriteFile(Path("r.log." + std::to_string(i)), "x");
+TEST_F(FileAppenderTest, LoweredFilesCountRemovesTheNumbersAboveAtOnceFromTheOldChain) {
+  for (int i = 1; i <= 11; ++i) {
+    WriteFile(Path("r.log." + std::to_string(i)), "x");
+    WriteFile(Path("new.log." + std::to_string(i)), "n");
+  }
   auto* a = Make<ZyrLogRollingFileAppender>(u"RollingFile", {{u"FileName", u"r.log"}});
   EXPECT_EQ(a->FilesCount(), 10u);
+  // A new name and a lower count at once: the chain that holds numbers
+  // above the new count is the old one.
   ZyrCfgSection section;
   section.SetName(u"a");
-  section.SetValue(u"FileName", u"r.log");
+  section.SetValue(u"FileName", u"new.log");
   section.SetValue(u"FilesCount", u"3");
   ASSERT_EQ(a->Reconfigure(section), ZYR_OK);
-  for (int i = 1; i <= 11; ++i)
+  for (int i = 1; i <= 11; ++i) {
     EXPECT_EQ(Exists(Path("r.log." + std::to_string(i))), i <= 3 || i == 11) << i;
+    EXPECT_TRUE(Exists(Path("new.log." + std::to_string(i)))) << i;
+  }
 
   section.SetValue(u"Size", u"0x10");
   section.SetValue(u"FilesCount", u"-1");
@@ -291,6 +298,47 @@ TEST_F(FileAppenderTest, LoweredFilesCountRemovesTheNumbersAboveAtOnce) {
   EXPECT_EQ(S(v->text), u"16");
   section.SetValue(u"AppenderType", u"File");
   EXPECT_EQ(a->Reconfigure(section), ZYR_E_WRONG_APPENDER_TYPE);
+}
+
+TEST_F(FileAppenderTest, RolloverMovesOnlyTheNumbersThereAsTheWholeChainWould) {
+  // A chain with gaps, a number above FilesCount, and names that only look
+  // like rolled files.
+  for (const char* n : {"1", "2", "4", "7", "9", "01", "x", "5x"}) WriteFile(Path("r.log.") + n, n);
+  auto* a = Make<ZyrLogRollingFileAppender>(
+      u"RollingFile", {{u"FileName", u"r.log"}, {u"Size", u"0"}, {u"FilesCount", u"7"}});
+  ASSERT_EQ(Write(a, u"L"), ZYR_OK);
+  EXPECT_EQ(ReadFile(Path("r.log.1")), kMark + "L\r\n");
+  EXPECT_EQ(ReadFile(Path("r.log.2")), "1");
+  EXPECT_EQ(ReadFile(Path("r.log.3")), "2");
+  EXPECT_FALSE(Exists(Path("r.log.4")));
+  EXPECT_EQ(ReadFile(Path("r.log.5")), "4");
+  EXPECT_FALSE(Exists(Path("r.log.7")));  // the top number goes
+  EXPECT_FALSE(Exists(Path("r.log.8")));
+  for (const char* n : {"9", "01", "x", "5x"}) EXPECT_EQ(ReadFile(Path("r.log.") + n), n);
+
+  // A count far beyond the files there costs nothing more: one listing.
+  ZyrCfgSection section;
+  section.SetName(u"a");
+  section.SetValue(u"FileName", u"r.log");
+  section.SetValue(u"FilesCount", u"999999999999999");  // 15 digits: the largest
+  ASSERT_EQ(a->Reconfigure(section), ZYR_OK);
+  ASSERT_EQ(Write(a, u"M"), ZYR_OK);
+  EXPECT_EQ(ReadFile(Path("r.log.1")), kMark + "M\r\n");
+  EXPECT_EQ(ReadFile(Path("r.log.6")), "4");
+  EXPECT_EQ(ReadFile(Path("r.log.10")), "9");
+  WriteFile(Path("r.log.999999999999999"), "top");
+  WriteFile(Path("r.log.123456789"), "mid");
+  section.SetValue(u"FilesCount", u"5");
+  ASSERT_EQ(a->Reconfigure(section), ZYR_OK);
+  EXPECT_EQ(a->FilesCount(), 5u);
+  for (const char* n : {"6", "10", "123456789", "999999999999999"})
+    EXPECT_FALSE(Exists(Path("r.log.") + n)) << n;
+  EXPECT_EQ(ReadFile(Path("r.log.3")), "1");
+
+  // Sixteen digits could not be named: refused, not a silent end of rolling.
+  section.SetValue(u"FilesCount", u"1000000000000000");
+  EXPECT_EQ(a->Reconfigure(section), ZYR_E_INVALID_ARGUMENT);
+  EXPECT_EQ(a->FilesCount(), 5u);
 }
 
 // ---------------------------------------------------------------------------
@@ -346,7 +394,7 @@ TEST_F(FileAppenderTest, LockIsTriedNeverWaitedAndDiesWithItsHolder) {
 // ---------------------------------------------------------------------------
 // Through the configuration text
 
-TEST(FileAppenderConfig, BuilderRefusesTheFileTypesNotBuilt) {
+TEST(FileAppenderConfig, BuilderRefusesSharedFileAndBuildsRollingDateFile) {
   std::string home = zyrtest::UsePrivateLocalAppData("filecfg");
   std::string logs = home + "/logs";
   IZyrLog* log = nullptr;
@@ -355,7 +403,7 @@ TEST(FileAppenderConfig, BuilderRefusesTheFileTypesNotBuilt) {
   EXPECT_EQ(log->LoadConfigText(u"[s]\nType = Appender\nAppenderType = SharedFile\nFileName = s.log\n"),
             static_cast<ZyrResult>(0xe0010062));
   EXPECT_EQ(log->LoadConfigText(u"[d]\nType = Appender\nAppenderType = RollingDateFile\nFileName = d.log\n"),
-            ZYR_E_NOT_IMPLEMENTED);
+            ZYR_OK);
   EXPECT_FALSE(Exists(logs + "/s.log"));
   ZyrReleaseLogObject(&IID_IZyrLog, log);
   zyrtest::RemoveTree(home);

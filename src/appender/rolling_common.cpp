@@ -1,0 +1,40 @@
+#include "appender/rolling_common.h"
+
+#include "config/document.h"
+
+ZyrResult ZyrLogRollingAppenderBase::CloseTarget() { return writer_.Close(); }
+
+ZyrResult ZyrLogRollingAppenderBase::Release() {
+  ZyrBasLockGuard guard(Lock());
+  if (IsOpened()) {
+    ZyrResult r = Close();
+    if (ZyrFailed(r)) return r;
+  }
+  if (fileLock_.IsOpen()) fileLock_.Close();
+  return ZYR_OK;
+}
+
+ZyrResult ZyrLogRollingAppenderBase::PrepareTarget(ZyrBasString& path) {
+  ZyrResult r = FullPath(path);
+  if (ZyrFailed(r)) return r;
+  EnsureFolder(path);
+  return fileLock_.IsOpen() ? ZYR_OK : fileLock_.OpenBeside(path);
+}
+
+char16_t* ZyrLogDecimal(char16_t* end, std::uint64_t value) {
+  do {
+    *--end = static_cast<char16_t>(u'0' + value % 10);
+    value /= 10;
+  } while (value != 0);
+  return end;
+}
+
+ZyrResult ZyrLogSetDecimal(ZyrCfgSection& section, const char16_t* key, std::uint64_t magnitude,
+                           bool negative) {
+  char16_t text[24];
+  char16_t* end = text + 23;
+  *end = 0;
+  char16_t* first = ZyrLogDecimal(end, magnitude);
+  if (negative) *--first = u'-';
+  return section.SetValue(key, first);
+}

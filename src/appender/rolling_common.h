@@ -1,0 +1,42 @@
+// What both rolling appenders share: the live file's writer and the lock
+// file beside it, and the decimal text of their counts.
+#ifndef ZYR_APPENDER_ROLLING_COMMON_H
+#define ZYR_APPENDER_ROLLING_COMMON_H
+
+#include <cstdint>
+
+#include "appender/file_appender.h"
+#include "appender/file_lock.h"
+#include "zyrlog/result.h"
+
+class ZyrCfgSection;
+
+// The lock file "<log>.lock" is opened with the first open and stays open
+// until Release; only its holder renames anything.
+class ZyrLogRollingAppenderBase : public ZyrLogFileBasedAppender {
+ public:
+  // The live file only; the lock file stays open until Release.
+  ZyrResult CloseTarget() override;
+  ZyrResult Release() override;
+
+  const ZyrLogFileLock& FileLock() const { return fileLock_; }
+  ZyrLogFileWriter& Writer() { return writer_; }
+
+ protected:
+  // The full path, its folder made, and the lock file opened if it is not:
+  // without the lock file nothing is written, so that a roll never runs
+  // unguarded beside other processes.
+  ZyrResult PrepareTarget(ZyrBasString& path);
+
+  ZyrLogFileWriter writer_;
+  ZyrLogFileLock fileLock_;
+};
+
+// Writes the decimal digits of `value` backwards, ending just before
+// `end`; returns the first digit.
+char16_t* ZyrLogDecimal(char16_t* end, std::uint64_t value);
+// Sets `key` to the decimal text of the magnitude, with "-" if negative.
+ZyrResult ZyrLogSetDecimal(ZyrCfgSection& section, const char16_t* key, std::uint64_t magnitude,
+                           bool negative);
+
+#endif
