@@ -74,7 +74,15 @@ ZyrResult ZyrLogFileWriter::OpenLogFile(const char16_t* path, bool allowDelete, 
   }
   // A non-empty file without a mark keeps its bytes and is continued as
   // UTF-8: the mark would overwrite what it starts with.
+  if (!markMissing_) UseAppendMode();
   return ZYR_OK;
+}
+
+void ZyrLogFileWriter::UseAppendMode() {
+  // Opened without append mode so that the mark can go to offset 0; once it
+  // stands, every line is one plain write. Should the switch fail, lines go
+  // by a per-call append, slower and just as atomic.
+  (void)file_.SetAppendMode();
 }
 
 ZyrResult ZyrLogFileWriter::WriteMark() {
@@ -88,6 +96,7 @@ ZyrResult ZyrLogFileWriter::WriteMark() {
   if (ZyrFailed(r)) return r;
   if (done != count) return ZYR_E_DISK_FULL;
   markMissing_ = false;
+  UseAppendMode();
   return ZYR_OK;
 }
 
@@ -114,6 +123,8 @@ ZyrResult ZyrLogFileWriter::WriteLine(const char16_t* text, std::size_t length) 
   // did not make it whole.
   return done == count ? ZYR_OK : ZYR_E_DISK_FULL;
 }
+
+ZyrResult ZyrLogFileWriter::EndAfterWrite(std::int64_t* end) { return file_.AppendEnd(end); }
 
 ZyrResult ZyrLogFileWriter::Size(std::int64_t* size) {
   std::uint64_t bytes = 0;

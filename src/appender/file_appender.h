@@ -37,6 +37,9 @@ class ZyrLogFileWriter {
   // that cannot become UTF-8 (a lone surrogate) gives ZYR_E_INVALID_DATA
   // and nothing is written.
   ZyrResult WriteLine(const char16_t* text, std::size_t length);
+  // The end of the file as the last line's write left it, other processes'
+  // lines before it included: one cheap query, with no size kept here.
+  ZyrResult EndAfterWrite(std::int64_t* end);
   // The end-of-file position as the system reports it now, so it counts
   // what other processes have written too.
   ZyrResult Size(std::int64_t* size);
@@ -57,6 +60,8 @@ class ZyrLogFileWriter {
   std::uint32_t encoding_ = ZYR_LOG_ENCODING_NONE;
   ZyrBasArray<char> encodedBuffer_;  // the line in UTF-8, kept between lines
   bool markMissing_ = false;         // the file was empty at the open
+
+  void UseAppendMode();
 };
 
 class ZyrLogFileBasedAppender : public ZyrLogAppender {
