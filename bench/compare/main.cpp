@@ -168,6 +168,7 @@ struct Summary {
   long peakRssKib = 0;
   bool verified = false, lostAtReturnKnown = false;
   std::uint64_t lostAtReturn = 0, lostAtEnd = 0, keptAtEnd = 0, duplicates = 0, errors = 0;
+  std::uint64_t torn = 0, largestFile = 0;
 };
 
 Summary Summarize(const Row& row) {
@@ -197,6 +198,8 @@ Summary Summarize(const Row& row) {
       s.lostAtEnd = std::max(s.lostAtEnd, m.missingAtEnd);
       s.keptAtEnd = s.keptAtEnd ? std::min(s.keptAtEnd, m.keptAtEnd) : m.keptAtEnd;
       s.duplicates = std::max(s.duplicates, m.duplicates);
+      s.torn = std::max(s.torn, m.torn);
+      s.largestFile = std::max(s.largestFile, m.largestFile);
     }
     if (m.missingAtReturnKnown) {
       s.lostAtReturnKnown = true;
@@ -220,6 +223,7 @@ Summary Summarize(const Row& row) {
 // itself is shown against the plain one.
 const char* LimitOf(const ContenderInfo& info) {
   if (info.kind == Kind::kBelow) return nullptr;
+  if (info.processes) return std::strcmp(info.id, "limit-write-procs") == 0 ? "limit-write" : "limit-write-procs";
   if (info.kind == Kind::kRolling) return "limit-write-lseek";
   if (std::strcmp(info.id, "limit-write") == 0) return nullptr;
   return "limit-write";
@@ -372,6 +376,9 @@ int main(int argc, char** argv) {
         figure("kept_lines", static_cast<double>(s.keptAtEnd), 0);
         figure("lost_at_end", static_cast<double>(s.lostAtEnd), 0);
         figure("duplicates", static_cast<double>(s.duplicates), 0);
+        figure("torn_lines", static_cast<double>(s.torn), 0);
+        if (row.info->kind == Kind::kRolling)
+          figure("largest_file_over_size", static_cast<double>(s.largestFile) - kRollSize, 0);
       }
       if (s.lostAtReturnKnown) figure("lost_at_return", static_cast<double>(s.lostAtReturn), 0);
       figure("failed_calls", static_cast<double>(s.errors), 0);
