@@ -107,27 +107,41 @@ ZyrResult ZyrLogFileWriter::WriteMark() {
 }
 
 ZyrResult ZyrLogFileWriter::WriteLine(const char16_t* text, std::size_t length) {
-  // A fragment that could not be sealed in place is ended by this line's
-  // own write, ahead of the line.
-  ZyrResult r;
-  if (!sealPending_) {
-    r = lineBuffer_.Assign(text, length);
-  } else {
-    r = lineBuffer_.Assign(kTornMark, kTornMarkLength);
-    if (ZyrSucceeded(r)) r = lineBuffer_.Append(text, length);
-  }
-  if (ZyrSucceeded(r)) r = lineBuffer_.Append(u"\r\n", 2);
-  if (ZyrFailed(r)) return r;
   const void* bytes;
   std::size_t count;
-  if (encoding_ == ZYR_LOG_ENCODING_UTF16) {
-    bytes = lineBuffer_.Text();
-    count = lineBuffer_.Length() * sizeof(char16_t);
-  } else {
-    r = ZyrBasEncodeUtf8(encodedBuffer_, lineBuffer_.Text(), lineBuffer_.Length());
+  ZyrResult r;
+  if (encoding_ != ZYR_LOG_ENCODING_UTF16 && !sealPending_) {
+    // The usual road: the text straight into UTF-8 and the line end behind
+    // it, with no wide copy of the line first.
+    r = ZyrBasEncodeUtf8(encodedBuffer_, text, length);
+    if (ZyrSucceeded(r)) r = encodedBuffer_.Reserve(encodedBuffer_.Count() + 2);
     if (ZyrFailed(r)) return r;
+    char* end = encodedBuffer_.end();
+    end[0] = '\r';
+    end[1] = '\n';
+    encodedBuffer_.SetCount(encodedBuffer_.Count() + 2);
     bytes = encodedBuffer_.begin();
     count = encodedBuffer_.Count();
+  } else {
+    // A fragment that could not be sealed in place is ended by this line's
+    // own write, ahead of the line.
+    if (!sealPending_) {
+      r = lineBuffer_.Assign(text, length);
+    } else {
+      r = lineBuffer_.Assign(kTornMark, kTornMarkLength);
+      if (ZyrSucceeded(r)) r = lineBuffer_.Append(text, length);
+    }
+    if (ZyrSucceeded(r)) r = lineBuffer_.Append(u"\r\n", 2);
+    if (ZyrFailed(r)) return r;
+    if (encoding_ == ZYR_LOG_ENCODING_UTF16) {
+      bytes = lineBuffer_.Text();
+      count = lineBuffer_.Length() * sizeof(char16_t);
+    } else {
+      r = ZyrBasEncodeUtf8(encodedBuffer_, lineBuffer_.Text(), lineBuffer_.Length());
+      if (ZyrFailed(r)) return r;
+      bytes = encodedBuffer_.begin();
+      count = encodedBuffer_.Count();
+    }
   }
   std::size_t done = 0;
   r = file_.Append(bytes, count, &done);
