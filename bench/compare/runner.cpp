@@ -39,21 +39,28 @@ void TakeVerification(const VerifyResult& found, Measurement& m, bool atReturn) 
   m.bytesPerLine = lines ? static_cast<double>(found.lineBytes) / static_cast<double>(lines) : 0;
 }
 
+// The plan's calls split evenly over its workers; the measured calls in all.
+RunConfig MakeConfig(const RunPlan& plan, const std::string& folder, const std::string& host,
+                     Measurement& m) {
+  RunConfig config;
+  config.folder = folder;
+  config.host = host;
+  config.workers = plan.workers ? plan.workers : 1;
+  config.perWorker = static_cast<std::uint32_t>((plan.calls + config.workers - 1) / config.workers);
+  m.calls = static_cast<std::uint64_t>(config.perWorker) * config.workers;
+  return config;
+}
+
 // The body of the measuring process.
 Measurement Measure(const ContenderInfo& info, const RunPlan& plan, const std::string& folder,
                     const std::string& host) {
   Measurement m;
-  const std::uint32_t workers = plan.workers ? plan.workers : 1;
-  const std::uint32_t perWorker = static_cast<std::uint32_t>((plan.calls + workers - 1) / workers);
-  m.calls = static_cast<std::uint64_t>(perWorker) * workers;
+  const RunConfig config = MakeConfig(plan, folder, host, m);
+  const std::uint32_t workers = config.workers;
+  const std::uint32_t perWorker = config.perWorker;
   const bool writesFiles = info.kind != Kind::kBelow && info.kind != Kind::kNoOutput;
   const bool window = info.kind == Kind::kRolling;
 
-  RunConfig config;
-  config.folder = folder;
-  config.host = host;
-  config.workers = workers;
-  config.perWorker = perWorker;
   std::unique_ptr<Contender> contender = info.make();
   std::string why;
   if (!contender->Setup(config, &why)) {
@@ -129,9 +136,8 @@ Measurement Measure(const ContenderInfo& info, const RunPlan& plan, const std::s
 Measurement MeasureProcesses(const ContenderInfo& info, const RunPlan& plan,
                              const std::string& folder, const std::string& host) {
   Measurement m;
-  const std::uint32_t workers = plan.workers ? plan.workers : 1;
-  const std::uint32_t perWorker = static_cast<std::uint32_t>((plan.calls + workers - 1) / workers);
-  m.calls = static_cast<std::uint64_t>(perWorker) * workers;
+  const RunConfig config = MakeConfig(plan, folder, host, m);
+  const std::uint32_t workers = config.workers;
   int ready[2], go[2];
   if (pipe(ready) != 0 || pipe(go) != 0) {
     SetWhy(m, "no pipes for the writer processes");
@@ -144,11 +150,6 @@ Measurement MeasureProcesses(const ContenderInfo& info, const RunPlan& plan,
     if (child == 0) {
       close(ready[0]);
       close(go[1]);
-      RunConfig config;
-      config.folder = folder;
-      config.host = host;
-      config.workers = workers;
-      config.perWorker = perWorker;
       std::unique_ptr<Contender> contender = info.make();
       std::string why;
       char state = contender->Setup(config, &why) ? 1 : 0;
@@ -157,7 +158,7 @@ Measurement MeasureProcesses(const ContenderInfo& info, const RunPlan& plan,
       char byte;
       while (read(go[0], &byte, 1) < 0 && errno == EINTR) {
       }
-      contender->Write(w, perWorker, nullptr);
+      contender->Write(w, config.perWorker, nullptr);
       contender->Complete();
       contender->Close();
       _exit(contender->Errors() ? 5 : 0);
@@ -189,7 +190,8 @@ Measurement MeasureProcesses(const ContenderInfo& info, const RunPlan& plan,
   m.available = 1;
   m.errors = static_cast<std::uint64_t>(failed);
   m.callSeconds = m.completeSeconds = static_cast<double>(end - start) / 1e9;
-  TakeVerification(VerifyFolder(folder, workers, perWorker, info.kind == Kind::kRolling), m, false);
+  TakeVerification(VerifyFolder(folder, workers, config.perWorker, info.kind == Kind::kRolling), m,
+                   false);
   rusage usage;
   if (getrusage(RUSAGE_CHILDREN, &usage) == 0) m.peakRssKib = usage.ru_maxrss;
   return m;
