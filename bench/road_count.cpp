@@ -2,8 +2,8 @@
 // nothing else, for instruction counts under callgrind, which are stable on
 // a shared machine where wall-clock figures are not:
 //
-//   valgrind --tool=callgrind --toggle-collect='*RoadMeasured*' \
-//       build-bench/bench/road_count rolling 20000
+//   valgrind --tool=callgrind --toggle-collect='*RoadMeasured*'
+//     build-bench/bench/road_count rolling 20000    (one command line)
 //
 // ROAD: null, file, rolling (direct road), or queue (rolling file, queue
 // road, until StopDispatcher). The message is that of bench/compare. The
