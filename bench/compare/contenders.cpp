@@ -22,9 +22,6 @@
 #include "zyrlog/log.h"
 #include "zyrlog/zyrlog.h"
 
-// The size rule of the rolling rows: the values of zyrlog's built-in default.
-constexpr std::uint64_t kRollSize = 1024000;
-constexpr int kRollFiles = 10;
 
 std::uint64_t NowNs() {
   timespec now;
@@ -63,9 +60,11 @@ std::string Hex(std::uint32_t code) {
 // The limit: pre-formatted lines, one write per line to a file opened with
 // O_APPEND; optionally the size query a size-rolling appender makes per line.
 
+enum class SizeQuery { kNone, kFstatBefore, kPositionAfter };
+
 class LimitContender final : public Contender {
  public:
-  explicit LimitContender(bool sizeQuery) : sizeQuery_(sizeQuery) {}
+  explicit LimitContender(SizeQuery sizeQuery) : sizeQuery_(sizeQuery) {}
   ~LimitContender() override { Close(); }
 
   bool Setup(const RunConfig& config, std::string* why) override {
@@ -131,15 +130,20 @@ class LimitContender final : public Contender {
   };
 
   void Put(const char* data, std::size_t size) {
-    if (sizeQuery_) {
+    if (sizeQuery_ == SizeQuery::kFstatBefore) {
       struct stat info;
       if (fstat(fd_, &info) != 0) errors_.fetch_add(1, std::memory_order_relaxed);
     }
     if (write(fd_, data, size) != static_cast<ssize_t>(size))
       errors_.fetch_add(1, std::memory_order_relaxed);
+    // After an append the position is the end of the file as that write
+    // left it, other writers' lines included: the size a rolling appender
+    // needs, in the cheapest call.
+    if (sizeQuery_ == SizeQuery::kPositionAfter && lseek(fd_, 0, SEEK_CUR) < 0)
+      errors_.fetch_add(1, std::memory_order_relaxed);
   }
 
-  bool sizeQuery_;
+  SizeQuery sizeQuery_;
   int fd_ = -1;
   std::vector<Lines> lines_;
   std::string warmUp_;
@@ -149,7 +153,10 @@ class LimitContender final : public Contender {
 // ---------------------------------------------------------------------------
 // zyrlog through its client contract, as a client module uses it.
 
-enum class ZyrOutput { kFile, kRolling, kNull, kBelow };
+// kNull* rows write nothing: the road's cost with one thing changed, the
+// Custom layout in place of the Standard line, a typed list in place of
+// format text, or the message scrambled.
+enum class ZyrOutput { kFile, kRolling, kNull, kNullCustom, kNullTyped, kNullScrambled, kBelow };
 
 std::u16string Widen(const std::string& text) {
   // Paths of the benchmark are ASCII or UTF-8; decode UTF-8 to UTF-16.
@@ -203,7 +210,16 @@ class ZyrContender final : public Contender {
         text += u"AppenderType = RollingFile\nSize = 1024000\nFilesCount = 10\nFileName = " + file +
                 u"\n";
         break;
+      case ZyrOutput::kNullCustom:
+        // The same fields as the Standard line, by the Custom layout's tokens.
+        text += u"AppenderType = Null\nLayout = custom\n"
+                u"[custom]\nType = Layout\nLayoutType = Custom\n"
+                u"Format = [%logger] %severity %date %time %hostname PID:%pid THID:%tid "
+                u"ID:%filename:%line.%buildnr.%svnrev.%product MSG:%msg\n";
+        break;
       case ZyrOutput::kNull:
+      case ZyrOutput::kNullTyped:
+      case ZyrOutput::kNullScrambled:
       case ZyrOutput::kBelow:
         text += u"AppenderType = Null\n";
         break;
@@ -270,9 +286,18 @@ class ZyrContender final : public Contender {
   // The client helper's road: the threshold test, then the call.
   void Put(const char16_t* format, std::uint32_t sequence, std::uint32_t worker) {
     if (!zyrlog::Enabled(logger_, ZYR_SEVERITY_INFO)) return;
-    ZyrResult r = zyrlog::LogFormat(logger_, ZYR_SEVERITY_INFO, format, u"compare.cpp", __LINE__,
-                                    static_cast<int>(sequence), static_cast<int>(worker),
-                                    u"client-7");
+    ZyrResult r;
+    if (output_ == ZyrOutput::kNullTyped) {
+      // The same three values as a typed list: two numbers and a text.
+      r = zyrlog::LogTyped(logger_, ZYR_SEVERITY_INFO, u"compare.cpp", __LINE__, 0, 0, 0,
+                           zyrlog::Dword(sequence), zyrlog::Dword(worker), zyrlog::Str(u"client-7"));
+    } else if (output_ == ZyrOutput::kNullScrambled) {
+      std::uint64_t slots[3] = {sequence, worker, reinterpret_cast<std::uintptr_t>(u"client-7")};
+      r = logger_->Log(ZYR_SEVERITY_INFO, format, u"compare.cpp", __LINE__, 0, 0, 0, 1, slots);
+    } else {
+      r = zyrlog::LogFormat(logger_, ZYR_SEVERITY_INFO, format, u"compare.cpp", __LINE__,
+                            static_cast<int>(sequence), static_cast<int>(worker), u"client-7");
+    }
     if (ZyrFailed(r)) errors_.fetch_add(1, std::memory_order_relaxed);
   }
 
@@ -440,9 +465,11 @@ const std::vector<ContenderInfo>& AllContenders() {
   using Sp = SpdlogContender;
   static const std::vector<ContenderInfo> all = {
       {"limit-write", "limit: write() per line, O_APPEND", Kind::kLimit, false, false,
-       Make<LimitContender, false>},
+       Make<LimitContender, SizeQuery::kNone>},
       {"limit-fstat-write", "limit: fstat()+write() per line", Kind::kLimit, false, false,
-       Make<LimitContender, true>},
+       Make<LimitContender, SizeQuery::kFstatBefore>},
+      {"limit-write-lseek", "limit: write()+lseek() per line", Kind::kLimit, false, false,
+       Make<LimitContender, SizeQuery::kPositionAfter>},
       {"zyrlog-file", "zyrlog File, direct", Kind::kFile, false, false,
        Make<ZyrContender, ZyrOutput::kFile, false>},
       {"zyrlog-rolling", "zyrlog RollingFile, direct", Kind::kRolling, false, false,
@@ -451,8 +478,19 @@ const std::vector<ContenderInfo>& AllContenders() {
        Make<ZyrContender, ZyrOutput::kFile, true>},
       {"zyrlog-rolling-queue", "zyrlog RollingFile, queue", Kind::kRolling, true, false,
        Make<ZyrContender, ZyrOutput::kRolling, true>},
+      // One file shared by as many processes as the row has workers.
+      {"limit-write-procs", "limit: write() per line, processes", Kind::kLimit, false, false,
+       Make<LimitContender, SizeQuery::kNone>, true},
+      {"zyrlog-rolling-procs", "zyrlog RollingFile, processes", Kind::kRolling, false, false,
+       Make<ZyrContender, ZyrOutput::kRolling, false>, true},
       {"zyrlog-null", "zyrlog Null appender (no I/O)", Kind::kNoOutput, false, false,
        Make<ZyrContender, ZyrOutput::kNull, false>},
+      {"zyrlog-null-custom", "zyrlog Null, Custom layout line", Kind::kNoOutput, false, false,
+       Make<ZyrContender, ZyrOutput::kNullCustom, false>},
+      {"zyrlog-null-typed", "zyrlog Null, typed-list message", Kind::kNoOutput, false, false,
+       Make<ZyrContender, ZyrOutput::kNullTyped, false>},
+      {"zyrlog-null-scrambled", "zyrlog Null, scrambled message", Kind::kNoOutput, false, false,
+       Make<ZyrContender, ZyrOutput::kNullScrambled, false>},
       {"log4cplus-rolling", "log4cplus Rolling, ImmediateFlush=true", Kind::kRolling, false, false,
        Make<L4, L4::kFlushEachLine>},
       {"log4cplus-rolling-buffered", "log4cplus Rolling, ImmediateFlush=false [buffered]",

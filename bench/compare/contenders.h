@@ -54,7 +54,12 @@ struct ContenderInfo {
   bool queue;         // a worker thread writes: caller latency and time to disk
   bool buffered;      // lines stay in process memory after the call returns
   std::unique_ptr<Contender> (*make)();
+  bool processes = false;  // each worker is a process of its own, not a thread
 };
+
+// The size rule of the rolling rows: the values of zyrlog's built-in default.
+inline constexpr std::uint64_t kRollSize = 1024000;
+inline constexpr int kRollFiles = 10;
 
 const std::vector<ContenderInfo>& AllContenders();
 

@@ -3,6 +3,7 @@
 // in turn, several rounds alternating, each measurement in a process of its
 // own; the table shows medians across rounds, and one "name value" line per
 // figure follows for machines.
+#include <dlfcn.h>
 #include <ftw.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
@@ -19,8 +20,12 @@
 #include "contenders.h"
 #include "runner.h"
 #include "stats.h"
+#include "zyrlog/zyrlog.h"
 
 namespace {
+
+// Not a contender of the rounds: a row of its own, run after them.
+constexpr char kColdStartId[] = "zyrlog-cold-start";
 
 struct Options {
   unsigned rounds = 5;
@@ -83,6 +88,7 @@ bool ParseOptions(int argc, char** argv, Options* options) {
       std::exit(0);
     } else if (arg == "--list") {
       for (const ContenderInfo& info : AllContenders()) std::printf("%-28s %s\n", info.id, info.label);
+      std::printf("%-28s %s\n", kColdStartId, "zyrlog cold start: dlopen to the first line");
       std::exit(0);
     } else if (arg == "--keep") {
       options->keep = true;
@@ -113,7 +119,7 @@ bool ParseOptions(int argc, char** argv, Options* options) {
     }
   }
   for (const std::string& id : options->only) {
-    bool known = false;
+    bool known = id == kColdStartId;
     for (const ContenderInfo& info : AllContenders()) known |= id == info.id;
     if (!known) {
       std::fprintf(stderr, "compare: unknown contender %s (see --list)\n", id.c_str());
@@ -168,6 +174,7 @@ struct Summary {
   long peakRssKib = 0;
   bool verified = false, lostAtReturnKnown = false;
   std::uint64_t lostAtReturn = 0, lostAtEnd = 0, keptAtEnd = 0, duplicates = 0, errors = 0;
+  std::uint64_t torn = 0, largestFile = 0;
 };
 
 Summary Summarize(const Row& row) {
@@ -197,6 +204,8 @@ Summary Summarize(const Row& row) {
       s.lostAtEnd = std::max(s.lostAtEnd, m.missingAtEnd);
       s.keptAtEnd = s.keptAtEnd ? std::min(s.keptAtEnd, m.keptAtEnd) : m.keptAtEnd;
       s.duplicates = std::max(s.duplicates, m.duplicates);
+      s.torn = std::max(s.torn, m.torn);
+      s.largestFile = std::max(s.largestFile, m.largestFile);
     }
     if (m.missingAtReturnKnown) {
       s.lostAtReturnKnown = true;
@@ -220,7 +229,8 @@ Summary Summarize(const Row& row) {
 // itself is shown against the plain one.
 const char* LimitOf(const ContenderInfo& info) {
   if (info.kind == Kind::kBelow) return nullptr;
-  if (info.kind == Kind::kRolling) return "limit-fstat-write";
+  if (info.processes) return std::strcmp(info.id, "limit-write-procs") == 0 ? "limit-write" : "limit-write-procs";
+  if (info.kind == Kind::kRolling) return "limit-write-lseek";
   if (std::strcmp(info.id, "limit-write") == 0) return nullptr;
   return "limit-write";
 }
@@ -237,6 +247,52 @@ std::string Count(std::uint64_t value, bool known) {
 }
 
 }  // namespace
+
+// The cold start: cold_start, next to this program, loads the module in a
+// fresh process and writes one line through the built-in default
+// configuration; each round is a new process with a new, empty log folder.
+void ColdStart(const std::string& root, unsigned rounds) {
+  char self[4096];
+  ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
+  Dl_info module;
+  if (length <= 0 || !dladdr(reinterpret_cast<void*>(&ZyrGetLogObject), &module) || !module.dli_fname) {
+    std::printf("\nzyrlog cold start: not available (no program or module path)\n");
+    return;
+  }
+  self[length] = 0;
+  std::string helper = std::string(self, std::strrchr(self, '/')) + "/cold_start";
+  std::vector<double> took;
+  std::string failure;
+  for (unsigned round = 0; round < (rounds < 3 ? 3 : rounds); ++round) {
+    std::string folder = root + "/cold-" + std::to_string(round);
+    RemoveTree(folder);
+    mkdir(folder.c_str(), 0755);
+    std::string command = "LOCALAPPDATA='" + folder + "' '" + helper + "' '" + module.dli_fname + "'";
+    std::fflush(nullptr);
+    FILE* out = popen(command.c_str(), "r");
+    char text[256] = {};
+    if (out) {
+      if (!std::fgets(text, sizeof text, out)) text[0] = 0;
+      pclose(out);
+    }
+    RemoveTree(folder);
+    char* end = nullptr;
+    double ns = std::strtod(text, &end);
+    if (end == text) {
+      failure = text[0] ? text : "cold_start gave nothing";
+      continue;
+    }
+    took.push_back(ns);
+  }
+  if (took.empty()) {
+    std::printf("\nzyrlog cold start: not available (%s)\n", failure.c_str());
+    return;
+  }
+  double median = Median(took);
+  std::printf("\nzyrlog cold start, dlopen to the first line in common.log (fresh process, median "
+              "of %zu): %.0f us\nzyrlog-cold-start.ns_to_first_line %.0f\n",
+              took.size(), median / 1000, median);
+}
 
 int main(int argc, char** argv) {
   Options options;
@@ -339,7 +395,7 @@ int main(int argc, char** argv) {
   }
   std::printf(
       "\nns/call: wall time of the round / calls of all threads. x limit: against the write loop\n"
-      "(rolling rows: against the fstat+write loop). ns/disk: the same until every line was in the\n"
+      "(rolling rows: against the write+lseek loop). ns/disk: the same until every line was in the\n"
       "kernel's hands (flush, close, or the queue's end). p50..p99.9: one caller's call on a queue\n"
       "road, in ns; these rows time every call, which adds two clock reads to their ns/call.\n"
       "alloc/c: allocations per call in the whole process (queue rows: until the queue is done).\n"
@@ -372,11 +428,18 @@ int main(int argc, char** argv) {
         figure("kept_lines", static_cast<double>(s.keptAtEnd), 0);
         figure("lost_at_end", static_cast<double>(s.lostAtEnd), 0);
         figure("duplicates", static_cast<double>(s.duplicates), 0);
+        figure("torn_lines", static_cast<double>(s.torn), 0);
+        if (row.info->kind == Kind::kRolling)
+          figure("largest_file_over_size", static_cast<double>(s.largestFile) - kRollSize, 0);
       }
       if (s.lostAtReturnKnown) figure("lost_at_return", static_cast<double>(s.lostAtReturn), 0);
       figure("failed_calls", static_cast<double>(s.errors), 0);
     }
   }
+
+  bool coldWanted = options.only.empty();
+  for (const std::string& id : options.only) coldWanted |= id == kColdStartId;
+  if (coldWanted) ColdStart(root, options.rounds);
 
   if (!options.keep) RemoveTree(options.dir.empty() ? root : appData);
   return 0;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <barrier>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <thread>
@@ -32,25 +33,34 @@ void TakeVerification(const VerifyResult& found, Measurement& m, bool atReturn) 
   m.missingAtEnd = found.missing;
   m.keptAtEnd = found.found;
   m.duplicates = found.duplicates;
+  m.torn = found.torn;
+  m.largestFile = found.largestFile;
   std::uint64_t lines = found.found + found.duplicates;
   m.bytesPerLine = lines ? static_cast<double>(found.lineBytes) / static_cast<double>(lines) : 0;
+}
+
+// The plan's calls split evenly over its workers; the measured calls in all.
+RunConfig MakeConfig(const RunPlan& plan, const std::string& folder, const std::string& host,
+                     Measurement& m) {
+  RunConfig config;
+  config.folder = folder;
+  config.host = host;
+  config.workers = plan.workers ? plan.workers : 1;
+  config.perWorker = static_cast<std::uint32_t>((plan.calls + config.workers - 1) / config.workers);
+  m.calls = static_cast<std::uint64_t>(config.perWorker) * config.workers;
+  return config;
 }
 
 // The body of the measuring process.
 Measurement Measure(const ContenderInfo& info, const RunPlan& plan, const std::string& folder,
                     const std::string& host) {
   Measurement m;
-  const std::uint32_t workers = plan.workers ? plan.workers : 1;
-  const std::uint32_t perWorker = static_cast<std::uint32_t>((plan.calls + workers - 1) / workers);
-  m.calls = static_cast<std::uint64_t>(perWorker) * workers;
+  const RunConfig config = MakeConfig(plan, folder, host, m);
+  const std::uint32_t workers = config.workers;
+  const std::uint32_t perWorker = config.perWorker;
   const bool writesFiles = info.kind != Kind::kBelow && info.kind != Kind::kNoOutput;
   const bool window = info.kind == Kind::kRolling;
 
-  RunConfig config;
-  config.folder = folder;
-  config.host = host;
-  config.workers = workers;
-  config.perWorker = perWorker;
   std::unique_ptr<Contender> contender = info.make();
   std::string why;
   if (!contender->Setup(config, &why)) {
@@ -118,6 +128,75 @@ Measurement Measure(const ContenderInfo& info, const RunPlan& plan, const std::s
   return m;
 }
 
+// Worker w is a process of its own, with its own library state and its own
+// descriptors, as separate programs sharing one log have: each sets up,
+// warms up, reports ready on a pipe and waits for the start (the closing of
+// another pipe); the round lasts until the last of them has written and
+// closed.
+Measurement MeasureProcesses(const ContenderInfo& info, const RunPlan& plan,
+                             const std::string& folder, const std::string& host) {
+  Measurement m;
+  const RunConfig config = MakeConfig(plan, folder, host, m);
+  const std::uint32_t workers = config.workers;
+  int ready[2], go[2];
+  if (pipe(ready) != 0 || pipe(go) != 0) {
+    SetWhy(m, "no pipes for the writer processes");
+    return m;
+  }
+  std::vector<pid_t> children;
+  for (std::uint32_t w = 0; w < workers; ++w) {
+    pid_t child = fork();
+    if (child < 0) break;
+    if (child == 0) {
+      close(ready[0]);
+      close(go[1]);
+      std::unique_ptr<Contender> contender = info.make();
+      std::string why;
+      char state = contender->Setup(config, &why) ? 1 : 0;
+      if (state) contender->WarmUp(w, plan.warmUp);
+      if (write(ready[1], &state, 1) != 1 || !state) _exit(4);
+      char byte;
+      while (read(go[0], &byte, 1) < 0 && errno == EINTR) {
+      }
+      contender->Write(w, config.perWorker, nullptr);
+      contender->Complete();
+      contender->Close();
+      _exit(contender->Errors() ? 5 : 0);
+    }
+    children.push_back(child);
+  }
+  close(ready[1]);
+  close(go[0]);
+  bool allReady = children.size() == workers;
+  for (std::size_t i = 0; i < children.size(); ++i) {
+    char state = 0;
+    if (read(ready[0], &state, 1) != 1 || !state) allReady = false;
+  }
+  close(ready[0]);
+  const std::uint64_t start = NowNs();
+  close(go[1]);  // every writer starts now
+  int failed = 0;
+  for (pid_t child : children) {
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) ++failed;
+  }
+  const std::uint64_t end = NowNs();
+  if (!allReady) {
+    SetWhy(m, "a writer process could not set up");
+    return m;
+  }
+  m.available = 1;
+  m.errors = static_cast<std::uint64_t>(failed);
+  m.callSeconds = m.completeSeconds = static_cast<double>(end - start) / 1e9;
+  TakeVerification(VerifyFolder(folder, workers, config.perWorker, info.kind == Kind::kRolling), m,
+                   false);
+  rusage usage;
+  if (getrusage(RUSAGE_CHILDREN, &usage) == 0) m.peakRssKib = usage.ru_maxrss;
+  return m;
+}
+
 bool ReadAll(int fd, void* data, std::size_t size) {
   char* at = static_cast<char*>(data);
   while (size > 0) {
@@ -151,7 +230,8 @@ Measurement RunMeasurement(const ContenderInfo& info, const RunPlan& plan, const
     close(channel[0]);
     // A contender that hangs ends its process, not the comparison.
     alarm(plan.timeLimitSeconds);
-    Measurement result = Measure(info, plan, folder, host);
+    Measurement result = info.processes ? MeasureProcesses(info, plan, folder, host)
+                                        : Measure(info, plan, folder, host);
     const char* at = reinterpret_cast<const char*>(&result);
     std::size_t left = sizeof result;
     while (left > 0) {

@@ -26,6 +26,8 @@ struct Measurement {
   std::uint64_t duplicates = 0;
   double bytesPerLine = 0;
   std::uint64_t errors = 0;
+  std::uint64_t torn = 0;         // lines holding a broken or fused message
+  std::uint64_t largestFile = 0;  // bytes of the largest file written
 };
 
 struct RunPlan {

@@ -41,8 +41,17 @@ class Tally {
       const char* stop = static_cast<const char*>(std::memchr(line, '\n', end - line));
       const char* next = stop ? stop + 1 : end;
       std::uint32_t worker, sequence;
-      if (ParseMeasuredLine(line, next - line, &worker, &sequence) && worker < workers_ &&
-          sequence < perWorker_) {
+      bool measured = ParseMeasuredLine(line, next - line, &worker, &sequence);
+      // A message cut short or two fused into one line: a second request,
+      // or a request that does not parse (warm-up lines aside).
+      const char* request = static_cast<const char*>(memmem(line, next - line, kRequest, sizeof kRequest - 1));
+      if (request) {
+        const char* after = request + sizeof kRequest - 1;
+        bool second = memmem(after, next - after, kRequest, sizeof kRequest - 1) != nullptr;
+        bool warmUp = memmem(line, next - line, "warm-up", 7) != nullptr;
+        if (second || (!measured && !warmUp)) ++result_.torn;
+      }
+      if (measured && worker < workers_ && sequence < perWorker_) {
         std::size_t index = static_cast<std::size_t>(worker) * perWorker_ + sequence;
         if (seen_[index]) {
           ++result_.duplicates;
@@ -85,6 +94,8 @@ std::vector<char>* g_buffer = nullptr;
 
 int VisitFile(const char* path, const struct stat* info, int type, struct FTW*) {
   if (type != FTW_F || !S_ISREG(info->st_mode)) return 0;
+  std::uint64_t size = static_cast<std::uint64_t>(info->st_size);
+  if (size > g_tally->result().largestFile) g_tally->result().largestFile = size;
   int fd = open(path, O_RDONLY | O_CLOEXEC);
   if (fd < 0) {
     g_tally->result().ok = false;

@@ -15,6 +15,8 @@ struct VerifyResult {
   std::uint64_t missing = 0;    // expected lines not found (see window)
   std::uint64_t duplicates = 0; // measured lines found more than once
   std::uint64_t lineBytes = 0;  // bytes of the measured lines, line ends included
+  std::uint64_t torn = 0;       // lines that hold a broken or more than one message
+  std::uint64_t largestFile = 0;  // bytes of the largest file below the folder
 };
 
 // Parses one line; true and the numbers when it is a measured line.

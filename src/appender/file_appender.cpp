@@ -17,6 +17,11 @@ constexpr std::size_t kLineReserve = 1025;
 constexpr unsigned char kUtf8Mark[3] = {0xef, 0xbb, 0xbf};
 constexpr unsigned char kUtf16Mark[2] = {0xff, 0xfe};
 
+// Ends a line that was cut short (a full disk) so that a reader can tell it.
+// All ASCII, so a UTF-16 unit's high byte is 0.
+constexpr char16_t kTornMark[] = u" [torn line]\r\n";
+constexpr std::size_t kTornMarkLength = sizeof kTornMark / sizeof kTornMark[0] - 1;
+
 // UTF-16 files are written as the characters stand in memory.
 static_assert(std::endian::native == std::endian::little, "UTF-16 log files are little-endian");
 
@@ -78,7 +83,16 @@ ZyrResult ZyrLogFileWriter::OpenLogFile(const char16_t* path, bool allowDelete, 
   }
   // A non-empty file without a mark keeps its bytes and is continued as
   // UTF-8: the mark would overwrite what it starts with.
+  sealPending_ = false;
+  if (!markMissing_) UseAppendMode();
   return ZYR_OK;
+}
+
+void ZyrLogFileWriter::UseAppendMode() {
+  // Opened without append mode so that the mark can go to offset 0; once it
+  // stands, every line is one plain write. Should the switch fail, lines go
+  // by a per-call append, slower and just as atomic.
+  (void)file_.SetAppendMode();
 }
 
 ZyrResult ZyrLogFileWriter::WriteMark() {
@@ -92,32 +106,107 @@ ZyrResult ZyrLogFileWriter::WriteMark() {
   if (ZyrFailed(r)) return r;
   if (done != count) return ZYR_E_DISK_FULL;
   markMissing_ = false;
+  UseAppendMode();
   return ZYR_OK;
 }
 
 ZyrResult ZyrLogFileWriter::WriteLine(const char16_t* text, std::size_t length) {
-  ZyrResult r = lineBuffer_.Assign(text, length);
-  if (ZyrSucceeded(r)) r = lineBuffer_.Append(u"\r\n", 2);
-  if (ZyrFailed(r)) return r;
   const void* bytes;
   std::size_t count;
-  if (encoding_ == ZYR_LOG_ENCODING_UTF16) {
-    bytes = lineBuffer_.Text();
-    count = lineBuffer_.Length() * sizeof(char16_t);
-  } else {
-    r = ZyrBasEncodeUtf8(encodedBuffer_, lineBuffer_.Text(), lineBuffer_.Length());
+  ZyrResult r;
+  if (encoding_ != ZYR_LOG_ENCODING_UTF16 && !sealPending_) {
+    // The usual road: the text straight into UTF-8 and the line end behind
+    // it, with no wide copy of the line first.
+    r = ZyrBasEncodeUtf8(encodedBuffer_, text, length);
+    if (ZyrSucceeded(r)) r = encodedBuffer_.Reserve(encodedBuffer_.Count() + 2);
     if (ZyrFailed(r)) return r;
+    char* end = encodedBuffer_.end();
+    end[0] = '\r';
+    end[1] = '\n';
+    encodedBuffer_.SetCount(encodedBuffer_.Count() + 2);
     bytes = encodedBuffer_.begin();
     count = encodedBuffer_.Count();
+  } else {
+    // A fragment that could not be sealed in place is ended by this line's
+    // own write, ahead of the line.
+    if (!sealPending_) {
+      r = lineBuffer_.Assign(text, length);
+    } else {
+      r = lineBuffer_.Assign(kTornMark, kTornMarkLength);
+      if (ZyrSucceeded(r)) r = lineBuffer_.Append(text, length);
+    }
+    if (ZyrSucceeded(r)) r = lineBuffer_.Append(u"\r\n", 2);
+    if (ZyrFailed(r)) return r;
+    if (encoding_ == ZYR_LOG_ENCODING_UTF16) {
+      bytes = lineBuffer_.Text();
+      count = lineBuffer_.Length() * sizeof(char16_t);
+    } else {
+      r = ZyrBasEncodeUtf8(encodedBuffer_, lineBuffer_.Text(), lineBuffer_.Length());
+      if (ZyrFailed(r)) return r;
+      bytes = encodedBuffer_.begin();
+      count = encodedBuffer_.Count();
+    }
   }
   std::size_t done = 0;
   r = file_.Append(bytes, count, &done);
-  if (ZyrFailed(r)) return r;
+  if (ZyrFailed(r)) return r;  // nothing of the line was written
+  if (done == count) {
+    sealPending_ = false;
+    return ZYR_OK;
+  }
   // A regular file takes less than the whole write only when it has no room
   // left (disk, quota or file size limit); the caller learns that the line
-  // did not make it whole.
-  return done == count ? ZYR_OK : ZYR_E_DISK_FULL;
+  // did not make it whole, and the fragment is sealed so that no later line
+  // fuses with it.
+  SealFragment(static_cast<const unsigned char*>(bytes), done);
+  return ZYR_E_DISK_FULL;
 }
+
+// The fragment's last bytes become the end of the torn mark, " [torn line]"
+// and CR LF, in the file's encoding: a reader sees a line that ends in the
+// mark (or, for a fragment shorter than the mark, a tail of it) and the next
+// line, ours or another process's, starts on a line of its own. The bytes
+// are overwritten in place, where this writer put them, so the file is
+// never cut back while others append to it; a full disk has room for them,
+// since they are written already. Where the overwrite fails, the mark goes
+// ahead of the next line instead, which ends the fragment as long as nobody
+// else wrote in between.
+void ZyrLogFileWriter::SealFragment(const unsigned char* fragment, std::size_t size) {
+  const bool wide = encoding_ == ZYR_LOG_ENCODING_UTF16;
+  const std::size_t unit = wide ? 2 : 1;
+  const std::size_t markBytes = kTornMarkLength * unit;
+  // The start of the overwritten run: at least the mark's length back from
+  // the end, then back to a character's start, so that no character is
+  // left cut in front of the mark.
+  std::size_t start = size > markBytes ? size - markBytes : 0;
+  auto inside = [&](std::size_t at) {
+    if (!wide) return (fragment[at] & 0xc0) == 0x80;  // a UTF-8 continuation byte
+    if (at % 2) return true;
+    unsigned u = fragment[at] | (fragment[at + 1] << 8u);
+    return u >= 0xdc00 && u <= 0xdfff;  // the second half of a surrogate pair
+  };
+  while (start > 0 && start < size && inside(start)) --start;
+  // The run is blanks and then the mark, aligned to the fragment's end.
+  unsigned char seal[(kTornMarkLength + 4) * 2];
+  std::size_t runLength = size - start;
+  for (std::size_t i = 0; i < runLength; ++i) {
+    std::size_t fromEnd = runLength - 1 - i;  // byte index counted from the end
+    std::size_t byte;
+    if (fromEnd < markBytes) {
+      byte = markBytes - 1 - fromEnd;  // byte of the mark's encoding
+      char16_t c = kTornMark[byte / unit];
+      seal[i] = static_cast<unsigned char>(wide && byte % 2 ? c >> 8 : c);
+    } else {
+      byte = fromEnd - markBytes;  // blanks in front of the mark
+      seal[i] = wide && byte % 2 == 0 ? 0 : ' ';
+    }
+  }
+  std::int64_t end = 0;
+  sealPending_ = ZyrFailed(file_.AppendEnd(&end)) ||
+                 ZyrFailed(file_.Overwrite(end - static_cast<std::int64_t>(runLength), seal, runLength));
+}
+
+ZyrResult ZyrLogFileWriter::EndAfterWrite(std::int64_t* end) { return file_.AppendEnd(end); }
 
 ZyrResult ZyrLogFileWriter::Size(std::int64_t* size) {
   std::uint64_t bytes = 0;

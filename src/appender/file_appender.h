@@ -35,8 +35,13 @@ class ZyrLogFileWriter {
   ZyrResult WriteMark();
   // The text and CR LF, encoded, in one write at the end of the file. A line
   // that cannot become UTF-8 (a lone surrogate) gives ZYR_E_INVALID_DATA
-  // and nothing is written.
+  // and nothing is written. A line that only partly fits (a full disk)
+  // gives ZYR_E_DISK_FULL, and the part written ends in " [torn line]" and
+  // CR LF, so that the next line starts on a line of its own.
   ZyrResult WriteLine(const char16_t* text, std::size_t length);
+  // The end of the file as the last line's write left it, other processes'
+  // lines before it included: one cheap query, with no size kept here.
+  ZyrResult EndAfterWrite(std::int64_t* end);
   // The end-of-file position as the system reports it now, so it counts
   // what other processes have written too.
   ZyrResult Size(std::int64_t* size);
@@ -57,6 +62,10 @@ class ZyrLogFileWriter {
   std::uint32_t encoding_ = ZYR_LOG_ENCODING_NONE;
   ZyrBasArray<char> encodedBuffer_;  // the line in UTF-8, kept between lines
   bool markMissing_ = false;         // the file was empty at the open
+  bool sealPending_ = false;         // a torn fragment waits for its mark
+
+  void UseAppendMode();
+  void SealFragment(const unsigned char* fragment, std::size_t size);
 };
 
 class ZyrLogFileBasedAppender : public ZyrLogAppender {

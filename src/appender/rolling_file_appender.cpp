@@ -74,8 +74,9 @@ ZyrResult ZyrLogRollingFileAppender::Append(ZyrLogEvent&, const char16_t* text, 
   // The line first: the line that passes the limit is the last of the old file.
   ZyrResult r = WriteText(text, length);
   if (ZyrFailed(r)) return r;
-  // What the system counts, with other processes' lines and the mark.
-  r = writer_.Size(&currentSize_);
+  // What the system counts, with other processes' lines and the mark: the
+  // end of the file where the system put this line.
+  r = writer_.EndAfterWrite(&currentSize_);
   if (ZyrFailed(r)) return r;
   if (currentSize_ <= size_) return ZYR_OK;
 

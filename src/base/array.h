@@ -69,6 +69,17 @@ class ZyrBasArray {
     return ZYR_OK;
   }
 
+  // Builds the new last element in place from `args`: no temporary to
+  // move from.
+  template <class... Args>
+  ZyrResult Emplace(ZyrBasGrowth growth, Args&&... args) noexcept {
+    ZyrResult r = Reserve(Count() + 1, growth);
+    if (ZyrFailed(r)) return r;
+    new (end_) T(static_cast<Args&&>(args)...);
+    ++end_;
+    return ZYR_OK;
+  }
+
   ZyrResult Append(const T& value, ZyrBasGrowth growth = ZyrBasGrowth::Standard) noexcept {
     static_assert(std::is_trivially_copyable_v<T>, "copy only plain values; move the others");
     ZyrResult r = Reserve(Count() + 1, growth);

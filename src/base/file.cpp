@@ -198,6 +198,20 @@ ZyrResult ZyrBasFileBase::Append(const void* buffer, std::size_t count, std::siz
   return r;
 }
 
+ZyrResult ZyrBasFileBase::SetAppendMode() {
+  if (append_) return ZYR_OK;
+  ZyrResult r = ZyrBasOsSetAppendMode(handle_);
+  if (ZyrSucceeded(r)) append_ = true;
+  return r;
+}
+
+ZyrResult ZyrBasFileBase::AppendEnd(std::int64_t* end) { return ZyrBasOsPosition(handle_, end); }
+
+ZyrResult ZyrBasFileBase::Overwrite(std::int64_t offset, const void* buffer, std::size_t count) {
+  if (offset < 0) return ZYR_E_INVALID_ARGUMENT;
+  return ZyrBasOsOverwrite(handle_, offset, buffer, count);
+}
+
 ZyrResult ZyrBasFileBase::Flush() { return ZyrBasOsFlush(handle_); }
 
 ZyrResult ZyrBasFileBase::Query(ZyrBasDirEntry* entry) { return ZyrBasOsQueryHandle(handle_, entry); }

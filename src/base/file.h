@@ -170,6 +170,15 @@ class ZyrBasFileBase : public ZyrBasRandomStream {
   // writers in several processes never overwrite or tear each other's
   // lines, whatever mode the file was opened in.
   ZyrResult Append(const void* buffer, std::size_t count, std::size_t* done);
+  // Append mode from now on, for a file opened without it: Append is then
+  // one plain write, the cheapest call that appends atomically.
+  ZyrResult SetAppendMode();
+  // The end of the file as the last Append left it: the position after the
+  // bytes it placed, so it counts what others had appended before them.
+  ZyrResult AppendEnd(std::int64_t* end);
+  // Writes over bytes at `offset`, in append mode too; never beyond what
+  // the caller wrote itself. ZYR_E_NOT_SUPPORTED where the system can't.
+  ZyrResult Overwrite(std::int64_t offset, const void* buffer, std::size_t count);
   // Data to the disk.
   ZyrResult Flush();
   // Creation time (NT time): the file system's birth time where it keeps

@@ -475,6 +475,24 @@ ZyrResult Convert(Sink& out, ZyrBasCodePage selector, const ZyrBasFormatSpec& sp
   return fits ? ZYR_OK : ZYR_E_BUFFER_TOO_SMALL;
 }
 
+// "%d" of a 32-bit value.
+bool PutInt32(Sink& out, std::int32_t value) {
+  std::uint32_t u = value < 0 ? 0u - static_cast<std::uint32_t>(value) : static_cast<std::uint32_t>(value);
+  char16_t body[11];
+  std::size_t start = sizeof body / sizeof body[0];
+  do body[--start] = static_cast<char16_t>(u'0' + u % 10);
+  while ((u /= 10) != 0);
+  if (value < 0) body[--start] = u'-';
+  return out.Put(body + start, sizeof body / sizeof body[0] - start);
+}
+
+// "%s" of a terminated wide text, copied as far as it fits.
+bool PutTerminated(Sink& out, const char16_t* text) {
+  for (; *text; ++text)
+    if (!out.Put(*text)) return false;
+  return true;
+}
+
 ZyrResult FormatInto(Sink& out, ZyrBasCodePage selector, const char16_t* format,
                      const std::uint64_t* slots) {
   Arguments args{slots, 0};
@@ -485,6 +503,20 @@ ZyrResult FormatInto(Sink& out, ZyrBasCodePage selector, const char16_t* format,
     if (!out.Put(run, static_cast<std::size_t>(p - run))) return ZYR_E_BUFFER_TOO_SMALL;
     if (!*p) break;
 
+    // The bare "%d" and "%s", most conversions of log messages, go without
+    // the parse of a specification: no flag, width or precision can follow
+    // the "%" here, so the output is that of the general road.
+    if (p[1] == u'd') {
+      if (!PutInt32(out, static_cast<std::int32_t>(args.Take()))) return ZYR_E_BUFFER_TOO_SMALL;
+      p += 2;
+      continue;
+    }
+    if (p[1] == u's') {
+      const auto* text = reinterpret_cast<const char16_t*>(args.Take());
+      if (!(text ? PutTerminated(out, text) : out.Put(kNull, 6))) return ZYR_E_BUFFER_TOO_SMALL;
+      p += 2;
+      continue;
+    }
     const char16_t* percent = p;
     std::size_t argsBefore = args.next;
     ZyrBasFormatSpec spec;

@@ -71,10 +71,9 @@ ZyrResult ZyrLogDispatcher::DeliverDirect(ZyrLoggerNode* logger, ZyrLogEvent& ev
 ZyrResult ZyrLogDispatcher::Dispatch(ZyrLoggerNode* logger, ZyrLogEvent& event) {
   HousekeepingTick();
   if (!running_.load()) return DeliverDirect(logger, event);
-  // The event moves into the entry: its strings change hands, none is
-  // copied, and the caller's event is left empty.
-  ZyrLogQueueEntry entry(logger, static_cast<ZyrLogEvent&&>(event));
-  return Enqueue(entry);
+  // The event moves into the queue's entry: its strings change hands, none
+  // is copied, and the caller's event is left empty.
+  return Enqueue(logger, event);
 }
 
 void ZyrLogDispatcher::WriteNotice() {
@@ -88,18 +87,18 @@ void ZyrLogDispatcher::WriteNotice() {
                       kNoticeRevision, kNoticeProduct, kNoticeScrambleMode, nullptr);
 }
 
-ZyrResult ZyrLogDispatcher::Enqueue(ZyrLogQueueEntry& entry) {
+ZyrResult ZyrLogDispatcher::Enqueue(ZyrLoggerNode* logger, ZyrLogEvent& event) {
   {
     ZyrBasLockGuard guard(queueLock_);
-    if (running_.load()) return EnqueueLocked(entry);
+    if (running_.load()) return EnqueueLocked(logger, event);
   }
-  // Stop has passed its last drain since the road was chosen: the entry is
+  // Stop has passed its last drain since the road was chosen: the event is
   // written directly, without the queue lock, which is never held across a
   // write to an appender.
-  return DeliverDirect(entry.logger, entry.event);
+  return DeliverDirect(logger, event);
 }
 
-ZyrResult ZyrLogDispatcher::EnqueueLocked(ZyrLogQueueEntry& entry) {
+ZyrResult ZyrLogDispatcher::EnqueueLocked(ZyrLoggerNode* logger, ZyrLogEvent& event) {
   std::uint64_t limit = maxQueueBytes_.load();
   if (limit != 0) {
     std::uint64_t count = active_.Count();
@@ -111,7 +110,8 @@ ZyrResult ZyrLogDispatcher::EnqueueLocked(ZyrLogQueueEntry& entry) {
       WriteNotice();
     }
   }
-  ZyrResult r = active_.Append(static_cast<ZyrLogQueueEntry&&>(entry), ZyrBasGrowth::HalfAgain);
+  // Without memory the event stays with the caller, who destroys it: lost.
+  ZyrResult r = active_.Emplace(ZyrBasGrowth::HalfAgain, logger, static_cast<ZyrLogEvent&&>(event));
   if (ZyrFailed(r)) return r;
   return queueEvent_.Set();
 }

@@ -84,8 +84,11 @@ class ZyrLogDispatcher {
   void TestQueueWithoutWorker() { running_.store(1); }
 
  private:
-  ZyrResult Enqueue(ZyrLogQueueEntry& entry);
-  ZyrResult EnqueueLocked(ZyrLogQueueEntry& entry);
+  // The event moves into a new entry built in place at the end of the
+  // queue: its strings change hands once, and no entry on the stack is
+  // moved again.
+  ZyrResult Enqueue(ZyrLoggerNode* logger, ZyrLogEvent& event);
+  ZyrResult EnqueueLocked(ZyrLoggerNode* logger, ZyrLogEvent& event);
   ZyrResult DeliverDirect(ZyrLoggerNode* logger, ZyrLogEvent& event);
   void HousekeepingTick();
   void WriteNotice();

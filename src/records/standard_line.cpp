@@ -37,9 +37,12 @@ inline void AppendPair(char16_t*& p, unsigned value) {
 inline void AppendDecimal(char16_t*& p, std::int32_t value) {
   std::uint32_t u = value < 0 ? 0u - static_cast<std::uint32_t>(value) : static_cast<std::uint32_t>(value);
   if (value < 0) *p++ = u'-';
-  char16_t digits[10];
-  char16_t* end = digits + 10;
-  char16_t* d = end;
+  // Counted first and written in place from the right: no copy of a few
+  // characters through a library call.
+  unsigned count = 1;
+  for (std::uint32_t rest = u; rest >= 10; rest /= 10) ++count;
+  char16_t* d = p + count;
+  p = d;
   while (u >= 100) {
     unsigned pair = u % 100;
     u /= 100;
@@ -54,8 +57,6 @@ inline void AppendDecimal(char16_t*& p, std::int32_t value) {
   } else {
     *--d = static_cast<char16_t>(u'0' + u);
   }
-  std::memcpy(p, d, static_cast<std::size_t>(end - d) * sizeof(char16_t));
-  p += end - d;
 }
 
 inline void AppendText(char16_t*& p, const char16_t* text, std::size_t length) {

@@ -204,6 +204,35 @@ ZyrResult ZyrBasOsAppend(int handle, bool appendMode, const void* buffer, std::s
   return ZYR_OK;
 }
 
+ZyrResult ZyrBasOsSetAppendMode(int handle) {
+  int flags = fcntl(handle, F_GETFL);
+  if (flags < 0 || fcntl(handle, F_SETFL, flags | O_APPEND) != 0) return LastError();
+  return ZYR_OK;
+}
+
+ZyrResult ZyrBasOsPosition(int handle, std::int64_t* position) {
+  // SEEK_CUR by 0 reads the position and moves nothing.
+  off_t at = lseek(handle, 0, SEEK_CUR);
+  if (at < 0) return LastError();
+  *position = at;
+  return ZYR_OK;
+}
+
+#ifndef RWF_NOAPPEND
+#define RWF_NOAPPEND 0x00000020  // Linux 6.9; older headers lack it
+#endif
+
+ZyrResult ZyrBasOsOverwrite(int handle, std::int64_t offset, const void* buffer, std::size_t count) {
+  // Never by clearing O_APPEND for a moment: a forked child shares the
+  // open file description, and its lines would land at a stale position.
+  struct iovec v = {const_cast<void*>(buffer), count};
+  ssize_t n;
+  do n = pwritev2(handle, &v, 1, offset, RWF_NOAPPEND);
+  while (n < 0 && errno == EINTR);
+  if (n < 0) return errno == EOPNOTSUPP || errno == EINVAL ? ZYR_E_NOT_SUPPORTED : LastError();
+  return static_cast<std::size_t>(n) == count ? ZYR_OK : ZYR_E_DISK_FULL;
+}
+
 ZyrResult ZyrBasOsGetSize(int handle, std::uint64_t* size) {
   struct stat st;
   if (fstat(handle, &st) != 0) return LastError();

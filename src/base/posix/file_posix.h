@@ -23,6 +23,15 @@ ZyrResult ZyrBasOsWriteAt(int handle, std::int64_t offset, const void* buffer, s
 // for appending.
 ZyrResult ZyrBasOsAppend(int handle, bool appendMode, const void* buffer, std::size_t count,
                          std::size_t* done);
+// Turns append mode on for an open descriptor: from then on a plain write
+// goes to the end of the file.
+ZyrResult ZyrBasOsSetAppendMode(int handle);
+// The descriptor's position; after an append, the end of the file as that
+// write left it.
+ZyrResult ZyrBasOsPosition(int handle, std::int64_t* position);
+// Writes at `offset` even on a descriptor in append mode. ZYR_E_NOT_SUPPORTED
+// where the kernel has no such write (before 6.9).
+ZyrResult ZyrBasOsOverwrite(int handle, std::int64_t offset, const void* buffer, std::size_t count);
 ZyrResult ZyrBasOsGetSize(int handle, std::uint64_t* size);
 ZyrResult ZyrBasOsSetSize(int handle, std::uint64_t size);
 ZyrResult ZyrBasOsFlush(int handle);
