@@ -10,6 +10,7 @@ command -v clang++ >/dev/null || need+=(clang)
 [ -f /usr/include/benchmark/benchmark.h ] || need+=(libbenchmark-dev)
 ls /usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a >/dev/null 2>&1 || need+=(libclang-rt-dev)
 command -v nm >/dev/null || need+=(binutils)
+command -v mkfs.vfat >/dev/null || need+=(dosfstools)
 if [ ${#need[@]} -gt 0 ]; then
   if [ "$(id -u)" != 0 ]; then
     echo "missing packages: ${need[*]} (run as root or install them)" >&2
