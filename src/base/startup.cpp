@@ -2,6 +2,7 @@
 
 #include "base/lock.h"
 #include "base/random.h"
+#include "base/sysinfo.h"
 #include "base/sync.h"
 
 namespace {
@@ -9,12 +10,15 @@ ZyrBasSpinLock g_startLock;
 unsigned g_startCount;
 }  // namespace
 
-// The first start stirs the shared random generator; later starts only
-// count, so that a second start within the process does nothing else.
+// The first start stirs the shared random generator and learns the system;
+// later starts only count, so that a second start within the process does
+// nothing else. A failed start keeps its count: the module's load reports
+// it and ends.
 ZyrResult ZyrBasStartup() {
   ZyrBasSpinGuard guard(g_startLock);
-  if (g_startCount++ == 0) ZyrBasRandomSeed();
-  return ZYR_OK;
+  if (g_startCount++ != 0) return ZYR_OK;
+  ZyrBasRandomSeed();
+  return ZyrBasSystemInfoInit();
 }
 
 void ZyrBasShutdown() {
