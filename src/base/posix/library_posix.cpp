@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include "base/library.h"
+#include "base/path.h"
 #include "base/posix/native_path.h"
 #include "base/result.h"
 
@@ -13,8 +14,13 @@ constexpr std::uint32_t kProcedureNotFound = 127;
 
 ZyrResult ZyrBasLibrary::Load(const char16_t* path) {
   Unload();
+  // Always by full path: the loader matches a relative name against the
+  // names of modules loaded before, so "./x.so" from another directory
+  // could give the module loaded earlier.
+  ZyrBasString full;
   ZyrBasNarrowText native;
-  result_ = ZyrBasNativePath(path, ZYR_TERMINATED, native);
+  result_ = ZyrBasFullPath(full, path);
+  if (ZyrSucceeded(result_)) result_ = ZyrBasNativePath(full.Text(), full.Length(), native);
   if (ZyrFailed(result_)) return result_;
   // Symbols stay private to the module, as a module of the suite keeps its
   // own copy of the base; everything is bound at once, so that a missing
