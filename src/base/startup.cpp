@@ -1,5 +1,6 @@
 #include "base/startup.h"
 
+#include "base/folders.h"
 #include "base/lock.h"
 #include "base/random.h"
 #include "base/sysinfo.h"
@@ -18,7 +19,13 @@ ZyrResult ZyrBasStartup() {
   ZyrBasSpinGuard guard(g_startLock);
   if (g_startCount++ != 0) return ZYR_OK;
   ZyrBasRandomSeed();
-  return ZyrBasSystemInfoInit();
+  ZyrResult r = ZyrBasSystemInfoInit();
+  if (ZyrFailed(r)) return r;
+  // Then the folders. A folder that cannot be learnt stays empty and only
+  // its own query fails: no process should lose its log library over an
+  // odd value of its environment. Memory is another matter.
+  r = ZyrBasInitFolders();
+  return r == ZYR_E_OUT_OF_MEMORY ? r : ZYR_OK;
 }
 
 void ZyrBasShutdown() {
