@@ -310,6 +310,18 @@ void ZyrBasSecurity::DropBuilt() {
   builtSize_ = 0;
 }
 
+void ZyrBasSecurity::CopyPartsFrom(const ZyrBasSecurity& other) {
+  DropBuilt();
+  ownerId_ = other.ownerId_;
+  owner_ = other.owner_;
+  groupId_ = other.groupId_;
+  group_ = other.group_;
+  labelId_ = other.labelId_;
+  label_ = other.label_;
+  labelLevel_ = other.labelLevel_;
+  labelFlags_ = other.labelFlags_;
+}
+
 void ZyrBasSecurity::Clear() {
   DropBuilt();
   ownerId_ = groupId_ = labelId_ = ZYR_SID_NONE;
@@ -495,14 +507,7 @@ ZyrResult ZyrBasSecurity::LoadDescriptor(const std::uint8_t* d, std::size_t size
   if (ZyrSucceeded(r) && (flags & ZYR_SECURITY_DACL) && (control & kDaclPresent) && dacl) r = walk(dacl, false);
   if (ZyrFailed(r)) return r;
   Clear();
-  ownerId_ = loaded.ownerId_;
-  owner_ = loaded.owner_;
-  groupId_ = loaded.groupId_;
-  group_ = loaded.group_;
-  labelId_ = loaded.labelId_;
-  label_ = loaded.label_;
-  labelLevel_ = loaded.labelLevel_;
-  labelFlags_ = loaded.labelFlags_;
+  CopyPartsFrom(loaded);
   dacl_.Swap(loaded.dacl_);
   sacl_.Swap(loaded.sacl_);
   return ZYR_OK;
@@ -521,14 +526,7 @@ ZyrResult ZyrBasSecurity::Clone(ZyrBasSecurity** copy) const {
     c->Destroy();
     return r;
   }
-  c->ownerId_ = ownerId_;
-  c->owner_ = owner_;
-  c->groupId_ = groupId_;
-  c->group_ = group_;
-  c->labelId_ = labelId_;
-  c->label_ = label_;
-  c->labelLevel_ = labelLevel_;
-  c->labelFlags_ = labelFlags_;
+  c->CopyPartsFrom(*this);
   *copy = c;
   return ZYR_OK;
 }
@@ -563,14 +561,7 @@ ZyrResult ZyrBasSecurity::MergeOver(const ZyrBasSecurity& present, ZyrBasSecurit
   if (flags & ZYR_SECURITY_DACL) merge(dacl_, present.dacl_, out.dacl_);
   if (flags & ZYR_SECURITY_SACL) merge(sacl_, present.sacl_, out.sacl_);
   if (ZyrFailed(r)) return r;
-  out.ownerId_ = ownerId_;
-  out.owner_ = owner_;
-  out.groupId_ = groupId_;
-  out.group_ = group_;
-  out.labelId_ = labelId_;
-  out.label_ = label_;
-  out.labelLevel_ = labelLevel_;
-  out.labelFlags_ = labelFlags_;
+  out.CopyPartsFrom(*this);
   return ZYR_OK;
 }
 

@@ -159,6 +159,8 @@ class ZyrBasSecurity {
  private:
   ZyrResult Insert(ZyrBasArray<ZyrBasAccessRule>& list, const ZyrBasAccessRule& rule);
   void DropBuilt();
+  // Owner, group and label; the rule lists stay.
+  void CopyPartsFrom(const ZyrBasSecurity& other);
 
   std::uint32_t ownerId_ = ZYR_SID_NONE;
   ZyrBasSid owner_{};
