@@ -14,6 +14,7 @@ command -v nm >/dev/null || need+=(binutils)
 # rolled logs, ext4 without birth times for the date-rolling tests.
 command -v mkfs.btrfs >/dev/null || need+=(btrfs-progs)
 command -v mkfs.ext4 >/dev/null || need+=(e2fsprogs)
+command -v mkfs.vfat >/dev/null || need+=(dosfstools)
 if [ ${#need[@]} -gt 0 ]; then
   if [ "$(id -u)" != 0 ]; then
     echo "missing packages: ${need[*]} (run as root or install them)" >&2

@@ -18,6 +18,8 @@
 
 #include "base/memory.h"
 #include "base/result.h"
+#include "base/posix/security_posix.h"
+#include "base/security.h"
 
 namespace {
 
@@ -127,7 +129,9 @@ ZyrResult ZyrBasOsOpen(const char* path, std::uint32_t mode, std::uint32_t acces
     }
   }
   if (*created) {
-    if (options & ZYR_FILE_SHARED_BY_ALL) fchmod(fd, 0666);  // a failure leaves the umask's mode
+    // The security layer decides what "shared by all" means for a file; a
+    // failure leaves the umask's mode.
+    if (options & ZYR_FILE_SHARED_BY_ALL) (void)ZyrBasOsApplySecurityForm(fd, ZYR_SECURITY_LOG_FILE, false);
     struct statx sx;
     if (statx(fd, "", AT_EMPTY_PATH, STATX_BTIME, &sx) == 0 && !(sx.stx_mask & STATX_BTIME)) {
       std::int64_t now = NtNow();
@@ -392,13 +396,7 @@ ZyrResult ZyrBasOsCopyFile(const char* source, const char* target) {
     if (futimens(out, times) != 0) r = LastError();
   }
   if (ZyrSucceeded(r)) {
-    // The mode always travels; the owner only where the process may give
-    // files away.
-    bool carried = fchmod(out, st.st_mode & 07777) == 0;
-    struct stat now;
-    if (carried && fstat(out, &now) == 0 && (now.st_uid != st.st_uid || now.st_gid != st.st_gid))
-      carried = fchown(out, st.st_uid, st.st_gid) == 0;
-    if (!carried) r = ZYR_I_SECURITY_NOT_COPIED;
+    r = ZyrBasOsCarrySecurity(in, out);
   }
   if (close(out) != 0 && errno != EINTR && ZyrSucceeded(r)) r = LastError();
   close(in);

@@ -1,0 +1,32 @@
+// The platform half of security: the accounts of the process, and the mode
+// bits of files, which are all that access rules can become on this
+// platform.
+#ifndef ZYR_BASE_POSIX_SECURITY_POSIX_H
+#define ZYR_BASE_POSIX_SECURITY_POSIX_H
+
+#include <cstdint>
+
+#include "zyrlog/result.h"
+
+std::uint32_t ZyrBasOsProcessUserId();  // effective uid of the process
+std::uint32_t ZyrBasOsThreadUserId();   // effective uid of the calling thread
+
+// Sets the mode of an open file to what the security form gives it (see
+// ZyrBasSecurityForForm), whatever the umask made of it.
+ZyrResult ZyrBasOsApplySecurityForm(int handle, std::uint32_t form, bool directory);
+// Gives `to` the mode of `from` and, where the process may give files
+// away, its owner and group: ZYR_I_SECURITY_NOT_COPIED where that fails.
+ZyrResult ZyrBasOsCarrySecurity(int from, int to);
+
+// What a path (links followed) has of security here.
+struct ZyrBasOsPathSecurity {
+  std::uint32_t uid;
+  std::uint32_t gid;
+  std::uint32_t mode;  // permission bits
+  bool directory;
+  bool keepsModes;     // false on a file system without modes of its own (FAT and its kin)
+};
+ZyrResult ZyrBasOsReadPathSecurity(const char* path, ZyrBasOsPathSecurity* out);
+ZyrResult ZyrBasOsWritePathMode(const char* path, std::uint32_t mode);
+
+#endif
