@@ -47,7 +47,7 @@ ZyrResult ZyrLogFileWriter::OpenLogFile(const char16_t* path, bool allowDelete, 
     if (ZyrFailed(r)) return r;
     ZyrBasFile fresh;
     if (ZyrSucceeded(fresh.Open(tempPath.Text(), ZYR_FILE_CREATE_NEW, ZYR_FILE_WRITE, share,
-                                ZYR_FILE_SHARED_BY_ALL))) {
+                                ZYR_FILE_SHARED_BY_ALL | ZYR_FILE_NO_LINK))) {
       (void)fresh.Close();
       // A failure means that the file exists already: it keeps its time.
       if (ZyrFailed(ZyrBasMoveFileNoReplace(tempPath.Text(), path)))
@@ -57,8 +57,11 @@ ZyrResult ZyrLogFileWriter::OpenLogFile(const char16_t* path, bool allowDelete, 
 
   // Not opened for appending: the mark goes to offset 0, and each line is
   // placed at the end by the system at the moment of its write.
+  // A link at the log's name is refused (ZYR_E_INVALID_NAME): log folders
+  // may be writable by every account, and a planted link would make this
+  // process append to any file it may write.
   r = file_.Open(path, ZYR_FILE_OPEN_ALWAYS, ZYR_FILE_READ | ZYR_FILE_WRITE, share,
-                 ZYR_FILE_SHARED_BY_ALL);
+                 ZYR_FILE_SHARED_BY_ALL | ZYR_FILE_NO_LINK);
   if (ZyrFailed(r)) return r;
 
   unsigned char head[3] = {};

@@ -29,7 +29,9 @@ class ZyrLogFileWriter {
   // `allowDelete`: others may rename or remove the file while it is open.
   // `createFresh`: a file that does not exist yet comes into being through a
   // temporary name, so that its creation time is the time of this call.
-  // The encoding comes from the file's first bytes.
+  // The encoding comes from the file's first bytes. A symbolic link at
+  // `path` is refused with ZYR_E_INVALID_NAME, and nothing is written
+  // through it.
   ZyrResult OpenLogFile(const char16_t* path, bool allowDelete, bool createFresh);
   // The byte order mark at offset 0, for a file that has none yet.
   ZyrResult WriteMark();

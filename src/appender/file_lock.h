@@ -19,7 +19,8 @@ inline constexpr std::uint32_t ZYR_LOCK_HELD = 3;    // locked by this object
 class ZyrLogFileLock {
  public:
   // Opens or creates the lock file `path` (the log's full path with ".lock"
-  // added), readable and writable by every account. Needs State() closed.
+  // added), readable and writable by every account; a symbolic link there
+  // is refused with ZYR_E_INVALID_NAME. Needs State() closed.
   ZyrResult Open(const char16_t* path);
   // Never waits. ZYR_W_TIMEOUT while another open of the file (another
   // process, or another appender of this one) holds it; ZYR_E_NOT_SUPPORTED
