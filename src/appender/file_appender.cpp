@@ -1,5 +1,6 @@
 #include "appender/file_appender.h"
 
+#include <atomic>
 #include <bit>
 #include <cstring>
 
@@ -188,6 +189,24 @@ ZyrResult ZyrLogFileBasedAppender::WriteThrough(ZyrLogFileWriter& writer, const 
   return r;
 }
 
+namespace {
+std::atomic<std::uint32_t> g_housekeepingTick{0};
+}
+
+void ZyrLogFileBasedAppender::HousekeepingTick() {
+  g_housekeepingTick.fetch_add(1, std::memory_order_relaxed);
+}
+
+bool ZyrLogFileBasedAppender::TargetMoved(ZyrLogFileWriter& writer) {
+  std::uint32_t tick = g_housekeepingTick.load(std::memory_order_relaxed);
+  if (tick == checkedTick_) return false;
+  checkedTick_ = tick;
+  ZyrBasString path;
+  bool same = true;
+  if (!writer.IsOpen() || ZyrFailed(FullPath(path))) return false;
+  return ZyrSucceeded(writer.IsAt(path.Text(), &same)) && !same;
+}
+
 void ZyrLogFileBasedAppender::EnsureFolder(const ZyrBasString& path) {
   ZyrBasString folder;
   if (ZyrSucceeded(ZyrBasPathDirectory(folder, path.Text(), path.Length())) && !folder.Empty())
@@ -198,7 +217,15 @@ void ZyrLogFileBasedAppender::EnsureFolder(const ZyrBasString& path) {
 // ZyrLogFileAppender
 
 ZyrResult ZyrLogFileAppender::WriteText(const char16_t* text, std::size_t length) {
+  ZyrResult r = KeepTargetAtName();
+  if (ZyrFailed(r)) return r;
   return WriteThrough(writer_, text, length);
+}
+
+ZyrResult ZyrLogFileAppender::KeepTargetAtName() {
+  if (writer_.IsOpen() && !TargetMoved(writer_)) return ZYR_OK;
+  (void)writer_.Close();
+  return OpenTarget();
 }
 
 ZyrResult ZyrLogFileAppender::OpenTarget() {

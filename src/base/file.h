@@ -185,6 +185,10 @@ class ZyrBasFileBase : public ZyrBasRandomStream {
   ZyrResult SetCreationTime(std::int64_t time);
   // Times, size and attributes of the open file.
   ZyrResult Query(ZyrBasDirEntry* entry);
+  // Whether `path` (a link there not followed) still names this open file:
+  // false once the file was removed or renamed away, or another file or a
+  // link stands at the name. Two system calls.
+  ZyrResult IsAt(const char16_t* path, bool* same);
 
   std::uint32_t SharedAccess() const { return share_; }
   bool IsStable() const { return stable_; }

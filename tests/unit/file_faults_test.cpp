@@ -5,11 +5,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <string>
+#include <thread>
 
 #include "appender/file_appender.h"
 #include "appender/file_lock.h"
 #include "appender/rolling_file_appender.h"
+#include "config/reader.h"
+#include "engine_support.h"
 #include "file_appender_fixture.h"
 #include "test_support.h"
 
@@ -80,6 +84,66 @@ TEST_F(FileAppenderTest, LinkAtARollingLogOrItsLockFileIsRefused) {
   ASSERT_EQ(Write(s, u"kept"), ZYR_OK);
   EXPECT_FALSE(IsLink(Path("s.log.lock")));
   EXPECT_EQ(ReadFile(Path("s.log")), kMark + "kept\r\n");
+}
+
+// ---------------------------------------------------------------------------
+// Files and folders removed under an open log
+
+// A manager whose root writes to one file appender of `type` at
+// "<folder>/logs/x.log".
+class RemovedLogTest : public ::testing::Test {
+ protected:
+  void Configure(const char16_t* type) {
+    logs_ = f_.dir + "/logs";
+    path_ = logs_ + "/x.log";
+    std::u16string text = u"[root]\nAddAppenders = x\n[x]\nType = Appender\nAppenderType = ";
+    text += type;
+    text += u"\nFileName = " + U16(path_) + u"\n";
+    ZyrStringReader reader(text.c_str());
+    ZyrBasString folder;
+    ASSERT_EQ(f_.manager->LoadConfigReader(reader, folder), ZYR_OK);
+    logger_ = f_.Logger(u"removed");
+  }
+  ZyrResult Say(const char16_t* text) {
+    return logger_->LogShort(ZYR_SEVERITY_ERROR, text, u"t.cpp", 1, 0, 0, 0, nullptr);
+  }
+  // Logs a line every 20 ms until the file holds `text` again; the check
+  // that notices a removed file rides on the housekeeping tick, once a
+  // second. False after 10 s.
+  bool SayUntilWritten(const char16_t* text) {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (std::chrono::steady_clock::now() < deadline) {
+      (void)Say(text);
+      if (Exists(path_) && ReadFile(path_).find(zyrtest::Narrow(text)) != std::string::npos)
+        return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return false;
+  }
+
+  zyrtest::EngineFixture f_;
+  ZyrLoggerNode* logger_ = nullptr;
+  std::string logs_, path_;
+};
+
+TEST_F(RemovedLogTest, PlainLogRemovedOrItsFolderRemovedIsOpenedAgain) {
+  Configure(u"File");
+  ASSERT_EQ(Say(u"first"), ZYR_OK);
+  ASSERT_EQ(unlink(path_.c_str()), 0);
+  EXPECT_TRUE(SayUntilWritten(u"after the file went"));
+  EXPECT_EQ(ReadFile(path_).substr(0, 3), kMark);
+
+  zyrtest::RemoveTree(logs_);
+  EXPECT_TRUE(SayUntilWritten(u"after the folder went"));
+}
+
+TEST_F(RemovedLogTest, RollingLogFolderRemovedIsMadeAgainWithItsLockFile) {
+  Configure(u"RollingFile");
+  ASSERT_EQ(Say(u"first"), ZYR_OK);
+  ASSERT_TRUE(Exists(path_ + ".lock"));
+  zyrtest::RemoveTree(logs_);
+  EXPECT_TRUE(SayUntilWritten(u"after the folder went"));
+  EXPECT_TRUE(Exists(path_ + ".lock"));
 }
 
 }  // namespace

@@ -240,6 +240,15 @@ ZyrResult ZyrBasOsSetCreationTime(int handle, std::int64_t time) {
 
 ZyrResult ZyrBasOsDeleteName(const char* path) { return unlink(path) == 0 ? ZYR_OK : LastError(); }
 
+ZyrResult ZyrBasOsIsSameFile(int handle, const char* path, bool* same) {
+  *same = false;
+  struct stat open, named;
+  if (fstat(handle, &open) != 0) return LastError();
+  if (lstat(path, &named) != 0) return errno == ENOENT || errno == ENOTDIR ? ZYR_OK : LastError();
+  *same = open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+  return ZYR_OK;
+}
+
 // ---------------------------------------------------------------------------
 // Views
 
