@@ -87,6 +87,30 @@ TEST_F(FileAppenderTest, LinkAtARollingLogOrItsLockFileIsRefused) {
 }
 
 // ---------------------------------------------------------------------------
+// A rebuild whose close fails
+
+// An appender whose target refuses to close, as a file whose footer no
+// longer fits or whose close reports an error.
+class StubbornAppender final : public ZyrLogAppender {
+ public:
+  ZyrResult CloseTarget() override { return ZYR_E_WRITE_FAULT; }
+};
+
+TEST(AppenderRebuild, CloseThatFailsStillTakesTheNewSection) {
+  StubbornAppender a;
+  ASSERT_EQ(a.Init(u"s", nullptr), ZYR_OK);
+  ASSERT_EQ(a.Open(), ZYR_OK);
+  EXPECT_EQ(a.Close(), ZYR_E_WRITE_FAULT);  // a close alone reports and stays open
+  EXPECT_TRUE(a.IsOpened());
+  ZyrCfgSection section;
+  section.SetName(u"s");
+  section.SetValue(u"BreakSeverity", u"ERROR");
+  EXPECT_EQ(a.Reconfigure(section), ZYR_OK);
+  EXPECT_EQ(a.BreakSeverity(), ZYR_SEVERITY_ERROR);
+  EXPECT_FALSE(a.IsOpened());  // the next event opens the target anew
+}
+
+// ---------------------------------------------------------------------------
 // Files and folders removed under an open log
 
 // A manager whose root writes to one file appender of `type` at
@@ -113,15 +137,18 @@ class RemovedLogTest : public ::testing::Test {
   bool SayUntilWritten(const char16_t* text) {
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (std::chrono::steady_clock::now() < deadline) {
-      (void)Say(text);
+      last_ = Say(text);
       if (Exists(path_) && ReadFile(path_).find(zyrtest::Narrow(text)) != std::string::npos)
         return true;
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
+    ADD_FAILURE() << "last result " << std::hex << last_ << ", file: "
+                  << (Exists(path_) ? ReadFile(path_) : "(none)");
     return false;
   }
 
   zyrtest::EngineFixture f_;
+  ZyrResult last_ = ZYR_OK;
   ZyrLoggerNode* logger_ = nullptr;
   std::string logs_, path_;
 };
