@@ -2,8 +2,11 @@
 // a log's names, files and folders removed under an open log, descriptors
 // used up, folders where files should be, locks refused.
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 #include <chrono>
 #include <string>
@@ -12,9 +15,12 @@
 #include "appender/file_appender.h"
 #include "appender/file_lock.h"
 #include "appender/rolling_file_appender.h"
+#include "base/file_lock.h"
+#include "base/result.h"
 #include "config/reader.h"
 #include "engine_support.h"
 #include "file_appender_fixture.h"
+#include "log_object_fixture.h"
 #include "test_support.h"
 
 namespace {
@@ -84,6 +90,118 @@ TEST_F(FileAppenderTest, LinkAtARollingLogOrItsLockFileIsRefused) {
   ASSERT_EQ(Write(s, u"kept"), ZYR_OK);
   EXPECT_FALSE(IsLink(Path("s.log.lock")));
   EXPECT_EQ(ReadFile(Path("s.log")), kMark + "kept\r\n");
+}
+
+// ---------------------------------------------------------------------------
+// Descriptors used up, a folder where the log should be
+
+TEST_F(FileAppenderTest, DescriptorsUsedUpFailTheOpenAndTheNextEventRetries) {
+  int code = zyrtest::RunInChild([this] {
+    auto* plain = Make<ZyrLogFileAppender>(u"File", {{u"FileName", u"fd.log"}});
+    auto* rolling = Make<ZyrLogRollingFileAppender>(u"RollingFile", {{u"FileName", u"fdr.log"}});
+    std::vector<int> taken = zyrtest::ExhaustDescriptors();
+    const ZyrResult tooMany = ZyrResultFromErrno(EMFILE);
+    if (Write(plain, u"lost") != tooMany || plain->IsOpened()) return 1;
+    if (Write(rolling, u"lost") != tooMany || rolling->IsOpened()) return 2;
+    for (int fd : taken) close(fd);
+    if (Write(plain, u"kept") != ZYR_OK || Write(rolling, u"kept") != ZYR_OK) return 3;
+    if (ReadFile(Path("fd.log")) != kMark + "kept\r\n") return 4;
+    return ReadFile(Path("fdr.log")) == kMark + "kept\r\n" ? 0 : 5;
+  });
+  EXPECT_EQ(code, 0);
+}
+
+TEST_F(FileAppenderTest, FolderAtTheLogsNameFailsTheOpenUntilItGoes) {
+  ASSERT_EQ(mkdir(Path("d.log").c_str(), 0755), 0);
+  ASSERT_EQ(mkdir(Path("r.log").c_str(), 0755), 0);
+  auto* plain = Make<ZyrLogFileAppender>(u"File", {{u"FileName", u"d.log"}});
+  auto* rolling = Make<ZyrLogRollingFileAppender>(u"RollingFile", {{u"FileName", u"r.log"}});
+  EXPECT_EQ(Write(plain, u"lost"), ZYR_E_ACCESS_DENIED);
+  EXPECT_EQ(Write(rolling, u"lost"), ZYR_E_ACCESS_DENIED);
+  EXPECT_FALSE(plain->IsOpened());
+  EXPECT_FALSE(rolling->IsOpened());
+  ASSERT_EQ(rmdir(Path("d.log").c_str()), 0);
+  ASSERT_EQ(rmdir(Path("r.log").c_str()), 0);
+  ASSERT_EQ(Write(plain, u"kept"), ZYR_OK);
+  ASSERT_EQ(Write(rolling, u"kept"), ZYR_OK);
+  EXPECT_EQ(ReadFile(Path("d.log")), kMark + "kept\r\n");
+  EXPECT_EQ(ReadFile(Path("r.log")), kMark + "kept\r\n");
+}
+
+// ---------------------------------------------------------------------------
+// A configuration file that cannot be read
+
+class UnreadableConfigTest : public zyrtest::LogObjectTest {
+ protected:
+  UnreadableConfigTest() : LogObjectTest("unreadable") {}
+};
+
+// Refused by the system (read as an account without the right to), or a
+// folder at its name: the load fails with the system's reason and the
+// configuration in force stays as it was.
+TEST_F(UnreadableConfigTest, LoadFailsAndChangesNothing) {
+  const std::string file = dir_ + "/locked.cfg";
+  WriteFile(file, "[root]\nSeverity = FATAL\n");
+  ASSERT_EQ(chmod(file.c_str(), 0), 0);
+  ASSERT_EQ(mkdir((dir_ + "/folder.cfg").c_str(), 0755), 0);
+  ZyrLogger* root = Get(u"root");
+  const ZyrLogSeverity before = root->threshold.load();
+  ASSERT_NE(before, ZYR_SEVERITY_FATAL);
+
+  int code = zyrtest::RunInChild([&] {
+    // Root reads any file; an ordinary account does not.
+    if (geteuid() == 0 && (setresgid(65534, 65534, 65534) != 0 || setresuid(65534, 65534, 65534) != 0))
+      return 1;
+    if (log_->LoadConfigFile(U16(file).c_str()) != ZYR_E_ACCESS_DENIED) return 2;
+    return root->threshold.load() == before ? 0 : 3;
+  });
+  EXPECT_EQ(code, 0);
+  EXPECT_TRUE(ZyrFailed(log_->LoadConfigFile(U16(dir_ + "/folder.cfg").c_str())));
+  EXPECT_EQ(root->threshold.load(), before);
+  // The same file, readable, does take effect: the test sees a change.
+  ASSERT_EQ(chmod(file.c_str(), 0644), 0);
+  ASSERT_EQ(log_->LoadConfigFile(U16(file).c_str()), ZYR_OK);
+  EXPECT_EQ(root->threshold.load(), ZYR_SEVERITY_FATAL);
+}
+
+// ---------------------------------------------------------------------------
+// A lock file that the file system will not lock (by the base's test hook)
+
+class RefusedLockTest : public FileAppenderTest {
+ protected:
+  void TearDown() override {
+    ZyrBasTestRefuseFileLocks(ZYR_OK);
+    FileAppenderTest::TearDown();
+  }
+};
+
+// "No locks here" (the three answers by which a file system says so): the
+// rollover goes on alone, as a process on such a share must.
+TEST_F(RefusedLockTest, NoLockServiceRollsWithoutTheLock) {
+  auto* a = Make<ZyrLogRollingFileAppender>(u"RollingFile", {{u"FileName", u"n.log"}, {u"Size", u"0"}});
+  for (ZyrResult answer : {ZYR_E_NOT_SUPPORTED, ZYR_E_INVALID_OPERATION, ZYR_E_NO_FREE_SLOT}) {
+    ZyrBasTestRefuseFileLocks(answer);
+    ASSERT_EQ(Write(a, u"line"), ZYR_OK);
+    EXPECT_EQ(a->FileLock().State(), ZYR_LOCK_OPEN);
+  }
+  EXPECT_EQ(ReadFile(Path("n.log.1")), kMark + "line\r\n");
+  EXPECT_EQ(ReadFile(Path("n.log.3")), kMark + "line\r\n");
+  EXPECT_FALSE(Exists(Path("n.log")));
+}
+
+// Any other refusal counts as busy: no rollover, no line lost, and the next
+// event writes on in the live file.
+TEST_F(RefusedLockTest, OtherRefusalSkipsTheRolloverAndLosesNothing) {
+  auto* a = Make<ZyrLogRollingFileAppender>(u"RollingFile", {{u"FileName", u"o.log"}, {u"Size", u"0"}});
+  ZyrBasTestRefuseFileLocks(ZYR_E_ACCESS_DENIED);
+  ASSERT_EQ(Write(a, u"one"), ZYR_OK);
+  EXPECT_FALSE(a->IsOpened());
+  ASSERT_EQ(Write(a, u"two"), ZYR_OK);
+  EXPECT_FALSE(Exists(Path("o.log.1")));
+  EXPECT_EQ(ReadFile(Path("o.log")), kMark + "one\r\ntwo\r\n");
+  ZyrBasTestRefuseFileLocks(ZYR_OK);
+  ASSERT_EQ(Write(a, u"three"), ZYR_OK);  // locks again: the overdue rollover
+  EXPECT_EQ(ReadFile(Path("o.log.1")), kMark + "one\r\ntwo\r\nthree\r\n");
 }
 
 // ---------------------------------------------------------------------------

@@ -16,6 +16,7 @@
 #include <fstream>
 #include <functional>
 #include <thread>
+#include <vector>
 #include <sstream>
 #include <string>
 
@@ -141,12 +142,15 @@ inline int RunInChild(const std::function<int()>& body, int seconds = 20) {
 }
 
 // Uses up the descriptors of the calling process below a low limit, so that
-// the next open fails with "too many open files". For a forked child only.
-inline void ExhaustDescriptors() {
+// the next open fails with "too many open files"; gives back what it took.
+// For a forked child only.
+inline std::vector<int> ExhaustDescriptors() {
   struct rlimit limit = {64, 64};
   setrlimit(RLIMIT_NOFILE, &limit);
-  while (open("/dev/null", O_RDONLY | O_CLOEXEC) >= 0) {
-  }
+  std::vector<int> taken;
+  taken.reserve(64);
+  for (int fd; (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) taken.push_back(fd);
+  return taken;
 }
 
 }  // namespace zyrtest
