@@ -1,6 +1,5 @@
 #include "appender/file_appender.h"
 
-#include <atomic>
 #include <bit>
 #include <cstring>
 
@@ -189,18 +188,12 @@ ZyrResult ZyrLogFileBasedAppender::WriteThrough(ZyrLogFileWriter& writer, const 
   return r;
 }
 
-namespace {
-std::atomic<std::uint32_t> g_housekeepingTick{0};
-}
-
 void ZyrLogFileBasedAppender::HousekeepingTick() {
-  g_housekeepingTick.fetch_add(1, std::memory_order_relaxed);
+  housekeepingTick_.fetch_add(1, std::memory_order_relaxed);
 }
 
 bool ZyrLogFileBasedAppender::TargetMoved(ZyrLogFileWriter& writer) {
-  std::uint32_t tick = g_housekeepingTick.load(std::memory_order_relaxed);
-  if (tick == checkedTick_) return false;
-  checkedTick_ = tick;
+  checkedTick_ = housekeepingTick_.load(std::memory_order_relaxed);
   ZyrBasString path;
   bool same = true;
   if (!writer.IsOpen() || ZyrFailed(FullPath(path))) return false;
@@ -217,8 +210,10 @@ void ZyrLogFileBasedAppender::EnsureFolder(const ZyrBasString& path) {
 // ZyrLogFileAppender
 
 ZyrResult ZyrLogFileAppender::WriteText(const char16_t* text, std::size_t length) {
-  ZyrResult r = KeepTargetAtName();
-  if (ZyrFailed(r)) return r;
+  if (!writer_.IsOpen() || TargetCheckDue()) {
+    ZyrResult r = KeepTargetAtName();
+    if (ZyrFailed(r)) return r;
+  }
   return WriteThrough(writer_, text, length);
 }
 

@@ -10,6 +10,7 @@
 #ifndef ZYR_APPENDER_FILE_APPENDER_H
 #define ZYR_APPENDER_FILE_APPENDER_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -101,14 +102,20 @@ class ZyrLogFileBasedAppender : public ZyrLogAppender {
   // Folder tree of `path`, made if missing; the open that follows reports a
   // folder that could not be made.
   static void EnsureFolder(const ZyrBasString& path);
-  // True once per housekeeping tick at most, when the writer's open file is
-  // no longer at this appender's name: removed, renamed away, its folder
-  // removed. The class then opens its target again, which makes the folder
-  // again. Lines written into the removed file since the last tick are lost
-  // with it; a name that can't be looked at counts as unchanged.
+  // A housekeeping tick has passed since the last comparison: one relaxed
+  // read before each line, no call.
+  bool TargetCheckDue() const {
+    return housekeepingTick_.load(std::memory_order_relaxed) != checkedTick_;
+  }
+  // When a check is due: true if the writer's open file is no longer at
+  // this appender's name (removed, renamed away, its folder removed). The
+  // class then opens its target again, which makes the folder again. Lines
+  // written into the removed file since the last tick are lost with it; a
+  // name that can't be looked at counts as unchanged.
   bool TargetMoved(ZyrLogFileWriter& writer);
 
  private:
+  static inline std::atomic<std::uint32_t> housekeepingTick_{0};
   std::uint32_t checkedTick_ = 0;  // the housekeeping tick of the last comparison
   ZyrBasString fileName_;
   ZyrBasString baseFolder_;

@@ -42,7 +42,7 @@ ZyrResult ZyrLogRollingFileAppender::WriteText(const char16_t* text, std::size_t
   // closed the file under the open state), or the live file gone from its
   // name (another process rolled it, or the folder was removed): take up
   // the live file again.
-  if (!writer_.IsOpen() || TargetMoved(writer_)) {
+  if (!writer_.IsOpen() || (TargetCheckDue() && TargetMoved(writer_))) {
     ZyrResult r = ReopenLiveFile();
     if (ZyrFailed(r)) return r;
   }
