@@ -121,16 +121,6 @@ TEST_F(FileAppenderTest, FreshFileIsMadeOnceAndNeverReplaced) {
 // ---------------------------------------------------------------------------
 // Failures of the target
 
-TEST_F(FileAppenderTest, UnopenableFileLeavesTheAppenderClosedAndRetries) {
-  WriteFile(Path("block"), "a file where a folder should be");
-  auto* a = Make<ZyrLogFileAppender>(u"File", {{u"FileName", u"block/x.log"}});
-  EXPECT_TRUE(ZyrFailed(Write(a, u"lost")));
-  EXPECT_FALSE(a->IsOpened());
-  ASSERT_EQ(unlink(Path("block").c_str()), 0);
-  ASSERT_EQ(Write(a, u"kept"), ZYR_OK);  // the folder is made at the next open
-  EXPECT_EQ(ReadFile(Path("block/x.log")), kMark + "kept\r\n");
-}
-
 TEST_F(FileAppenderTest, FullDiskFailsTheLineAndKeepsTheFileOpen) {
   auto* a = Make<ZyrLogFileAppender>(u"File", {{u"FileName", u"full.log"}});
   ASSERT_EQ(Write(a, u"0123456789"), ZYR_OK);  // 3 + 12 bytes

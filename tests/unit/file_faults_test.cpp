@@ -110,7 +110,17 @@ TEST_F(FileAppenderTest, DescriptorsUsedUpFailTheOpenAndTheNextEventRetries) {
   EXPECT_EQ(code, 0);
 }
 
+// Also a file where the log's folder should be: the open fails, the
+// appender stays closed, and the next event makes the folder.
 TEST_F(FileAppenderTest, FolderAtTheLogsNameFailsTheOpenUntilItGoes) {
+  WriteFile(Path("block"), "a file where a folder should be");
+  auto* blocked = Make<ZyrLogFileAppender>(u"File", {{u"FileName", u"block/x.log"}});
+  EXPECT_TRUE(ZyrFailed(Write(blocked, u"lost")));
+  EXPECT_FALSE(blocked->IsOpened());
+  ASSERT_EQ(unlink(Path("block").c_str()), 0);
+  ASSERT_EQ(Write(blocked, u"kept"), ZYR_OK);
+  EXPECT_EQ(ReadFile(Path("block/x.log")), kMark + "kept\r\n");
+
   ASSERT_EQ(mkdir(Path("d.log").c_str(), 0755), 0);
   ASSERT_EQ(mkdir(Path("r.log").c_str(), 0755), 0);
   auto* plain = Make<ZyrLogFileAppender>(u"File", {{u"FileName", u"d.log"}});
