@@ -65,7 +65,6 @@ class ZyrLoggerNode final : public ZyrLogger {
   void ClearAppenders();
   ZyrResult CloseAppenders();
   // Stores the threshold and hands it down to the additive children.
-  // Walks below this logger as far as additive children reach.
   void SetThreshold(ZyrLogSeverity severity);
   // Full-barrier reads, as the library reads these fields.
   ZyrLogSeverity ReadThreshold() const { return threshold.load(std::memory_order_seq_cst); }
