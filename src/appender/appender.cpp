@@ -122,10 +122,19 @@ ZyrResult ZyrLogAppender::WriteFramingText(const ZyrBasString& text) {
   return Append(blank, text.Text(), text.Length());
 }
 
+// A close that fails (its footer or the target's close refused) does not
+// keep the old settings: the manager has merged the new section into its
+// document already, and an equal section is never built again, so a section
+// left unconfigured here would part object and document for good. The old
+// target goes without its footer, the new section is configured, and the
+// next event opens the new target. The result is that of Configure: the
+// section was built; what was lost is a footer, no accepted line.
 ZyrResult ZyrLogAppender::Reconfigure(ZyrCfgSection& section) {
   ZyrBasLockGuard guard(lock_);
-  ZyrResult r = Close();
-  if (ZyrFailed(r)) return r;
+  if (ZyrFailed(Close())) {
+    (void)CloseTarget();  // a target that refuses again is closed at its next open
+    opened_ = 0;
+  }
   return Configure(section);
 }
 

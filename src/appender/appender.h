@@ -41,7 +41,7 @@ class ZyrLogAppender {
   ZyrResult Open();
   ZyrResult Close();
   ZyrResult WriteFramingText(const ZyrBasString& text);
-  // Under the lock: close, then configure.
+  // Under the lock: close, then configure, also when the close fails.
   ZyrResult Reconfigure(ZyrCfgSection& section);
 
   ZyrBasCriticalSection& Lock() { return lock_; }

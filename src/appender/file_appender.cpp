@@ -53,7 +53,7 @@ ZyrResult ZyrLogFileWriter::OpenLogFile(const char16_t* path, bool allowDelete, 
     if (ZyrFailed(r)) return r;
     ZyrBasFile fresh;
     if (ZyrSucceeded(fresh.Open(tempPath.Text(), ZYR_FILE_CREATE_NEW, ZYR_FILE_WRITE, share,
-                                ZYR_FILE_SHARED_BY_ALL))) {
+                                ZYR_FILE_SHARED_BY_ALL | ZYR_FILE_NO_LINK))) {
       // Set explicitly to the library's clock: where the file system keeps
       // no birth time, this is the time that the name of a dated file uses.
       (void)fresh.SetCreationTime(static_cast<std::int64_t>(ZyrBasSystemTime()));
@@ -66,8 +66,11 @@ ZyrResult ZyrLogFileWriter::OpenLogFile(const char16_t* path, bool allowDelete, 
 
   // Not opened for appending: the mark goes to offset 0, and each line is
   // placed at the end by the system at the moment of its write.
+  // A link at the log's name is refused (ZYR_E_INVALID_NAME): log folders
+  // may be writable by every account, and a planted link would make this
+  // process append to any file it may write.
   r = file_.Open(path, ZYR_FILE_OPEN_ALWAYS, ZYR_FILE_READ | ZYR_FILE_WRITE, share,
-                 ZYR_FILE_SHARED_BY_ALL);
+                 ZYR_FILE_SHARED_BY_ALL | ZYR_FILE_NO_LINK);
   if (ZyrFailed(r)) return r;
 
   unsigned char head[3] = {};
@@ -278,6 +281,18 @@ ZyrResult ZyrLogFileBasedAppender::WriteThrough(ZyrLogFileWriter& writer, const 
   return r;
 }
 
+void ZyrLogFileBasedAppender::HousekeepingTick() {
+  housekeepingTick_.fetch_add(1, std::memory_order_relaxed);
+}
+
+bool ZyrLogFileBasedAppender::TargetMoved(ZyrLogFileWriter& writer) {
+  checkedTick_ = housekeepingTick_.load(std::memory_order_relaxed);
+  ZyrBasString path;
+  bool same = true;
+  if (!writer.IsOpen() || ZyrFailed(FullPath(path))) return false;
+  return ZyrSucceeded(writer.IsAt(path.Text(), &same)) && !same;
+}
+
 void ZyrLogFileBasedAppender::EnsureFolder(const ZyrBasString& path) {
   ZyrBasString folder;
   if (ZyrSucceeded(ZyrBasPathDirectory(folder, path.Text(), path.Length())) && !folder.Empty())
@@ -288,7 +303,17 @@ void ZyrLogFileBasedAppender::EnsureFolder(const ZyrBasString& path) {
 // ZyrLogFileAppender
 
 ZyrResult ZyrLogFileAppender::WriteText(const char16_t* text, std::size_t length) {
+  if (!writer_.IsOpen() || TargetCheckDue()) {
+    ZyrResult r = KeepTargetAtName();
+    if (ZyrFailed(r)) return r;
+  }
   return WriteThrough(writer_, text, length);
+}
+
+ZyrResult ZyrLogFileAppender::KeepTargetAtName() {
+  if (writer_.IsOpen() && !TargetMoved(writer_)) return ZYR_OK;
+  (void)writer_.Close();
+  return OpenTarget();
 }
 
 ZyrResult ZyrLogFileAppender::OpenTarget() {

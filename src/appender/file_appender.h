@@ -10,6 +10,7 @@
 #ifndef ZYR_APPENDER_FILE_APPENDER_H
 #define ZYR_APPENDER_FILE_APPENDER_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -29,7 +30,9 @@ class ZyrLogFileWriter {
   // `allowDelete`: others may rename or remove the file while it is open.
   // `createFresh`: a file that does not exist yet comes into being through a
   // temporary name, so that its creation time is the time of this call.
-  // The encoding comes from the file's first bytes.
+  // The encoding comes from the file's first bytes. A symbolic link at
+  // `path` is refused with ZYR_E_INVALID_NAME, and nothing is written
+  // through it.
   ZyrResult OpenLogFile(const char16_t* path, bool allowDelete, bool createFresh);
   // The byte order mark at offset 0, for a file that has none yet.
   ZyrResult WriteMark();
@@ -46,6 +49,11 @@ class ZyrLogFileWriter {
   // what other processes have written too.
   ZyrResult Size(std::int64_t* size);
   ZyrResult Flush();
+  // Whether `path` still names the open file (false when closed).
+  ZyrResult IsAt(const char16_t* path, bool* same) {
+    *same = false;
+    return file_.IsOpen() ? file_.IsAt(path, same) : ZYR_OK;
+  }
   // Sets the end of the file to 0.
   ZyrResult Truncate();
   // A closed writer answers 0 at once.
@@ -82,6 +90,12 @@ class ZyrLogFileBasedAppender : public ZyrLogAppender {
   ZyrResult FullPath(ZyrBasString& out) const;
   ZyrResult WriteConfig(ZyrCfgSection& section) override;
 
+  // Run by the housekeeping tick, at most once a second: every file
+  // appender then compares its open file with its name once, before its
+  // next line. A plain log removed while open (Linux allows it), or its
+  // folder removed, is so noticed without a system call per line.
+  static void HousekeepingTick();
+
   const ZyrBasString& FileName() const { return fileName_; }
   const ZyrBasString& BaseFolder() const { return baseFolder_; }
   bool ImmediateWrite() const { return immediateWrite_ != 0; }
@@ -97,8 +111,21 @@ class ZyrLogFileBasedAppender : public ZyrLogAppender {
   // Folder tree of `path`, made if missing; the open that follows reports a
   // folder that could not be made.
   static void EnsureFolder(const ZyrBasString& path);
+  // A housekeeping tick has passed since the last comparison: one relaxed
+  // read before each line, no call.
+  bool TargetCheckDue() const {
+    return housekeepingTick_.load(std::memory_order_relaxed) != checkedTick_;
+  }
+  // When a check is due: true if the writer's open file is no longer at
+  // this appender's name (removed, renamed away, its folder removed). The
+  // class then opens its target again, which makes the folder again. Lines
+  // written into the removed file since the last tick are lost with it; a
+  // name that can't be looked at counts as unchanged.
+  bool TargetMoved(ZyrLogFileWriter& writer);
 
  private:
+  static inline std::atomic<std::uint32_t> housekeepingTick_{0};
+  std::uint32_t checkedTick_ = 0;  // the housekeeping tick of the last comparison
   ZyrBasString fileName_;
   ZyrBasString baseFolder_;
   std::uint8_t immediateWrite_ = 0;
@@ -119,6 +146,9 @@ class ZyrLogFileAppender final : public ZyrLogFileBasedAppender {
   ZyrLogFileWriter& Writer() { return writer_; }
 
  private:
+  // The file again when it is gone from its name, or when a reopen failed.
+  ZyrResult KeepTargetAtName();
+
   ZyrLogFileWriter writer_;
 };
 

@@ -20,7 +20,8 @@ inline constexpr std::uint32_t ZYR_LOCK_HELD = 3;    // locked by this object
 class ZyrLogFileLock {
  public:
   // Opens or creates the lock file `path` (the log's full path with ".lock"
-  // added), readable and writable by every account. Needs State() closed.
+  // added), readable and writable by every account; a symbolic link there
+  // is refused with ZYR_E_INVALID_NAME. Needs State() closed.
   ZyrResult Open(const char16_t* path);
   // Open for the log `logPath`: its full path with ".lock" added.
   ZyrResult OpenBeside(const ZyrBasString& logPath);

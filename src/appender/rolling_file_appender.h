@@ -51,6 +51,9 @@ class ZyrLogRollingFileAppender final : public ZyrLogRollingAppenderBase {
   std::uint64_t FilesCount() const { return filesCount_; }
 
  private:
+  // The live file and the lock file closed and opened again.
+  ZyrResult ReopenLiveFile();
+
   std::int64_t size_ = kZyrLogDefaultRollSize;
   std::int64_t currentSize_ = 0;  // end of the live file seen after the last write
   std::uint64_t filesCount_ = kZyrLogDefaultFilesCount;

@@ -216,6 +216,15 @@ ZyrResult ZyrBasFileBase::Flush() { return ZyrBasOsFlush(handle_); }
 
 ZyrResult ZyrBasFileBase::Query(ZyrBasDirEntry* entry) { return ZyrBasOsQueryHandle(handle_, entry); }
 
+ZyrResult ZyrBasFileBase::IsAt(const char16_t* path, bool* same) {
+  *same = false;
+  if (!path) return ZYR_E_INVALID_ARGUMENT;
+  ZyrBasNarrowText native;
+  ZyrResult r = ZyrBasNativePath(path, ZYR_TERMINATED, native);
+  if (ZyrFailed(r)) return r;
+  return ZyrBasOsIsSameFile(handle_, native.Data(), same);
+}
+
 ZyrResult ZyrBasFileBase::GetCreationTime(std::int64_t* time) {
   ZyrBasDirEntry e;
   ZyrResult r = ZyrBasOsQueryHandle(handle_, &e);

@@ -40,6 +40,12 @@ inline constexpr std::uint32_t ZYR_FILE_SEQUENTIAL = 8;
 // made readable and writable by every account (mode 0666, whatever the
 // umask), because processes of all accounts share one log.
 inline constexpr std::uint32_t ZYR_FILE_SHARED_BY_ALL = 0x100;
+// The final name must be the file itself: a symbolic link standing there,
+// dangling or not, fails the open with ZYR_E_INVALID_NAME, and nothing is
+// opened, created or written through it. For log, lock and temporary files
+// in folders that other accounts may write to, where a planted link would
+// otherwise make this process write wherever the link points.
+inline constexpr std::uint32_t ZYR_FILE_NO_LINK = 0x200;
 
 // Attributes, in the numbers the upper layers test.
 inline constexpr std::uint32_t ZYR_ATTR_READONLY = 0x1;
@@ -188,6 +194,10 @@ class ZyrBasFileBase : public ZyrBasRandomStream {
   ZyrResult SetCreationTime(std::int64_t time);
   // Times, size and attributes of the open file.
   ZyrResult Query(ZyrBasDirEntry* entry);
+  // Whether `path` (a link there not followed) still names this open file:
+  // false once the file was removed or renamed away, or another file or a
+  // link stands at the name. Two system calls.
+  ZyrResult IsAt(const char16_t* path, bool* same);
 
   std::uint32_t SharedAccess() const { return share_; }
   bool IsStable() const { return stable_; }

@@ -15,4 +15,10 @@ ZyrResult ZyrBasTryLockFile(ZyrBasFileBase& file, bool exclusive);
 // Gives the lock of this open back; unlocking what is not locked is no fault.
 ZyrResult ZyrBasUnlockFile(ZyrBasFileBase& file);
 
+// Test hook: while `answer` is a failure, every try to lock gets it in place
+// of the system's answer, as from a file system that refuses locks (a
+// network share without a lock service); ZYR_OK ends it. Such a file system
+// can't be had on every test machine.
+void ZyrBasTestRefuseFileLocks(ZyrResult answer);
+
 #endif

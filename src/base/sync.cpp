@@ -220,6 +220,12 @@ ZyrResult ZyrBasThread::Entry(void* self) {
 // lock on by setting the event once. The event is auto-reset, so each
 // setting releases exactly one waiter, and one that has not reached its wait
 // yet finds the event signalled.
+//
+// A thread that has counted itself in cannot step out again without risking
+// a hand-off meant for it, so the only step that can fail, making an event,
+// comes before the count: a contended Acquire brings an event of its own,
+// and a failure there is returned with nothing changed. A waiter's event is
+// installed flagged, so no quiet acquirer takes it away before the wait.
 
 namespace {
 
@@ -230,40 +236,44 @@ ZyrBasHandle Decode(std::uintptr_t word) {
   return static_cast<ZyrBasHandle>((word >> 1) - 1);
 }
 
-ZyrBasHandle MakeLockEvent() {
-  for (;;) {
-    ZyrBasHandle h;
-    if (ZyrSucceeded(ZyrBasOsEventCreate(ZyrBasOsEventType::AutoReset, &h))) return h;
-    ZyrBasOsSleep(1);
-  }
+// Held without contention: an event left from earlier contention that no
+// waiter relies on goes now.
+void DropQuietEvent(std::atomic<std::uintptr_t>& word) {
+  std::uintptr_t w = word.load(std::memory_order_acquire);
+  if (w != 0 && !(w & kFlagged) && word.compare_exchange_strong(w, 0, std::memory_order_acq_rel))
+    ZyrBasOsClose(Decode(w));
 }
 
 }  // namespace
 
-void ZyrBasLightLock::Acquire() {
+ZyrResult ZyrBasLightLock::Acquire() {
+  std::int64_t free = 0;
+  if (count.compare_exchange_strong(free, 1, std::memory_order_acq_rel)) {
+    DropQuietEvent(word);
+    return ZYR_OK;
+  }
+  ZyrBasHandle spare;
+  ZyrResult r = ZyrBasOsEventCreate(ZyrBasOsEventType::AutoReset, &spare);
+  if (ZyrFailed(r)) return r;
   if (count.fetch_add(1, std::memory_order_acq_rel) == 0) {
-    // Held without contention. An event left from earlier contention that
-    // no waiter relies on goes now.
-    std::uintptr_t w = word.load(std::memory_order_acquire);
-    if (w != 0 && !(w & kFlagged) &&
-        word.compare_exchange_strong(w, 0, std::memory_order_acq_rel))
-      ZyrBasOsClose(Decode(w));
-    return;
+    ZyrBasOsClose(spare);  // freed in the meantime
+    DropQuietEvent(word);
+    return ZYR_OK;
   }
   for (;;) {
     std::uintptr_t w = word.load(std::memory_order_acquire);
+    std::uintptr_t mine = w | kFlagged;
     if (w == 0) {
-      ZyrBasHandle fresh = MakeLockEvent();
-      std::uintptr_t expected = 0;
-      if (!word.compare_exchange_strong(expected, Encode(fresh), std::memory_order_acq_rel))
-        ZyrBasOsClose(fresh);
+      mine = Encode(spare) | kFlagged;
+      if (!word.compare_exchange_strong(w, mine, std::memory_order_acq_rel)) continue;
+      spare = ZYR_NO_HANDLE;  // the word owns it now
+    } else if (!(w & kFlagged) &&
+               !word.compare_exchange_strong(w, mine, std::memory_order_acq_rel)) {
       continue;
     }
-    if (!(w & kFlagged)) {
-      if (!word.compare_exchange_strong(w, w | kFlagged, std::memory_order_acq_rel)) continue;
-    }
-    ZyrBasOsEventTake(Decode(w));
-    return;
+    if (spare != ZYR_NO_HANDLE) ZyrBasOsClose(spare);
+    (void)ZyrBasOsEventTake(Decode(mine));
+    return ZYR_OK;
   }
 }
 
@@ -280,17 +290,12 @@ void ZyrBasLightLock::Release() {
     return;
   }
 
-  // A waiter is there or on its way: hand the lock on.
-  w = word.load(std::memory_order_acquire);
-  if (w == 0) {
-    ZyrBasHandle fresh = MakeLockEvent();
-    std::uintptr_t expected = 0;
-    if (word.compare_exchange_strong(expected, Encode(fresh), std::memory_order_acq_rel)) {
-      ZyrBasOsEventSet(fresh);
-      return;
-    }
-    ZyrBasOsClose(fresh);
-    w = expected;
+  // A waiter is there or on its way, with an event of its own that it
+  // installs before it waits: hand the lock on through whatever stands.
+  for (;;) {
+    w = word.load(std::memory_order_acquire);
+    if (w != 0) break;
+    ZyrBasOsSleep(0);
   }
   ZyrBasOsEventSet(Decode(w));
 }

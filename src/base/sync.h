@@ -167,22 +167,29 @@ struct ZyrBasLightLock {
   // The event's handle and, in bit 0, the mark that a waiter relies on it.
   std::atomic<std::uintptr_t> word{0};
 
-  // Neither can fail: a thread that has counted itself in must get the lock
-  // (or hand it on), so a failure to make the event is retried, not
-  // returned. Only exhaustion of descriptors can make it wait there.
-  void Acquire();
+  // A contended Acquire makes an event before it counts itself in, so that
+  // a failure to make one (descriptors exhausted) is returned with nothing
+  // changed: the caller does not hold the lock then. Release needs no
+  // event of its own and cannot fail: a waiter that counted itself in
+  // brings its event.
+  ZyrResult Acquire();
   void Release();
 };
 
+// Holds the lock for a scope when Result() succeeded.
 class ZyrBasLightGuard {
  public:
-  explicit ZyrBasLightGuard(ZyrBasLightLock& lock) : lock_(lock) { lock_.Acquire(); }
-  ~ZyrBasLightGuard() { lock_.Release(); }
+  explicit ZyrBasLightGuard(ZyrBasLightLock& lock) : lock_(lock), result_(lock_.Acquire()) {}
+  ~ZyrBasLightGuard() {
+    if (ZyrSucceeded(result_)) lock_.Release();
+  }
   ZyrBasLightGuard(const ZyrBasLightGuard&) = delete;
   ZyrBasLightGuard& operator=(const ZyrBasLightGuard&) = delete;
+  ZyrResult Result() const { return result_; }
 
  private:
   ZyrBasLightLock& lock_;
+  ZyrResult result_;
 };
 
 // One record per thread: made when the base starts for the starting thread,

@@ -1,5 +1,6 @@
 #include "engine/dispatcher.h"
 
+#include "appender/file_appender.h"
 #include "base/time.h"
 #include "engine/logger.h"
 #include "records/scramble.h"
@@ -55,6 +56,7 @@ void ZyrLogDispatcher::HousekeepingTick() {
   if (lastHousekeeping_.load(std::memory_order_relaxed) < now - 1000u) {
     lastHousekeeping_.store(now, std::memory_order_relaxed);
     (void)housekeeper_.CollectFinished();
+    ZyrLogFileBasedAppender::HousekeepingTick();  // open logs compared with their names
     // Log file housekeeping and the configuration change check run here;
     // the check only while no worker runs (the worker watches folders).
     if (!running_.load() && changeCallback_) (void)changeCallback_(changeContext_);

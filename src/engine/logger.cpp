@@ -13,28 +13,97 @@ bool ZyrLogIsRootName(const char16_t* name, std::size_t length) {
   return length == 0 || ZyrBasCompareNoCaseAscii(name, length, u"root", 4) == 0;
 }
 
+namespace {
+
+ZyrLogNameBlock* MakeNameBlock(const char16_t* text, std::size_t length) {
+  std::size_t bytes;
+  if (__builtin_mul_overflow(length, sizeof(char16_t), &bytes) ||
+      __builtin_add_overflow(bytes, sizeof(ZyrLogNameBlock), &bytes))
+    return nullptr;
+  auto* block = static_cast<ZyrLogNameBlock*>(ZyrBasAlloc(bytes));
+  if (!block) return nullptr;
+  block->refs = 0;
+  block->length = length;
+  for (std::size_t i = 0; i < length; ++i) block->text[i] = text[i];
+  block->text[length] = 0;
+  return block;
+}
+
+void DropNameBlock(ZyrLogNameBlock* block) {
+  if (block && --block->refs == 0) ZyrBasFree(block);
+}
+
+}  // namespace
+
+// The children are gone by now: Destroy takes the whole subtree down by a
+// walk, deepest first.
 ZyrLoggerNode::~ZyrLoggerNode() {
-  for (auto& child : children_) child.value->Destroy(1);
+  const char16_t* text = nameText_.load();
+  if (text && (!nameBlock_ || text != nameBlock_->text)) ZyrBasFree(const_cast<char16_t*>(text));
+  DropNameBlock(nameBlock_);
   appenders_.Free();
   children_.Free();
   lock_.Delete();
 }
 
 void ZyrLoggerNode::Destroy(std::uint32_t flags) {
+  Walk(
+      this, [](ZyrLoggerNode*) { return true; },
+      [this](ZyrLoggerNode* logger) {
+        if (logger == this) return;
+        logger->~ZyrLoggerNode();
+        ZyrBasFree(logger);  // children are always made by FindOrCreate
+      });
   this->~ZyrLoggerNode();
   if (flags & 1) ZyrBasFree(this);
 }
 
-const char16_t* ZyrLoggerNode::GetName() { return name_.Text(); }
+// Without memory for the terminated copy a client gets an empty name, since
+// this operation has no way to fail; the writing road reports the failure.
+const char16_t* ZyrLoggerNode::GetName() {
+  const char16_t* text = NameText();
+  return text ? text : u"";
+}
+
+const char16_t* ZyrLoggerNode::MakeNameText() {
+  if (!nameBlock_) return u"";
+  auto* copy = static_cast<char16_t*>(ZyrBasAlloc((nameLength_ + 1) * sizeof(char16_t)));
+  if (!copy) return nullptr;
+  for (std::size_t i = 0; i < nameLength_; ++i) copy[i] = nameBlock_->text[i];
+  copy[nameLength_] = 0;
+  // Two threads may ask at once; the first copy stays.
+  const char16_t* expected = nullptr;
+  if (nameText_.compare_exchange_strong(expected, copy, std::memory_order_acq_rel)) return copy;
+  ZyrBasFree(copy);
+  return expected;
+}
 
 ZyrResult ZyrLoggerNode::Initialise(const char16_t* name, std::size_t length,
                                     ZyrLogHierarchy* hierarchy) {
   if (length == ZYR_TERMINATED) length = ZyrBasStrLen(name);
   for (std::size_t i = 0; i < length; ++i)
     if (name[i] == u' ') return ZYR_E_BAD_LOGGER_NAME;
-  ZyrResult r = name_.Assign(name, length);
-  if (ZyrSucceeded(r) && !lock_.Exists()) r = lock_.Create();
-  if (ZyrFailed(r)) return r;
+  ZyrLogNameBlock* block = MakeNameBlock(name, length);
+  if (!block) return ZYR_E_OUT_OF_MEMORY;
+  return InitialiseShared(block, length, hierarchy);
+}
+
+// The caller has checked the name for blanks: FindOrCreate checks each new
+// component once, so a deep name costs its length, not its length squared.
+ZyrResult ZyrLoggerNode::InitialiseShared(ZyrLogNameBlock* block, std::size_t length,
+                                          ZyrLogHierarchy* hierarchy) {
+  if (!lock_.Exists()) {
+    ZyrResult r = lock_.Create();
+    if (ZyrFailed(r)) {
+      if (block->refs == 0) ZyrBasFree(block);
+      return r;
+    }
+  }
+  ++block->refs;
+  DropNameBlock(nameBlock_);
+  nameBlock_ = block;
+  nameLength_ = length;
+  nameText_.store(length == block->length ? block->text : nullptr);
   threshold.store(ZYR_SEVERITY_INFO);
   hierarchy_ = hierarchy;
   additive_.store(1);
@@ -76,22 +145,38 @@ void ZyrLoggerNode::ClearAppenders() {
 }
 
 void ZyrLoggerNode::SetThreshold(ZyrLogSeverity severity) {
-  threshold.store(severity);
-  for (auto& child : children_)
-    if (child.value->IsAdditive()) child.value->SetThreshold(severity);
+  Walk(
+      this,
+      [this, severity](ZyrLoggerNode* logger) {
+        // The walk does not go past a child that is not additive.
+        if (logger != this && !logger->IsAdditive()) return false;
+        logger->threshold.store(severity);
+        return true;
+      },
+      [](ZyrLoggerNode*) {});
 }
 
 void ZyrLoggerNode::CloseTree(ZyrLoggerNode* logger) {
-  (void)logger->CloseAppenders();
-  for (auto& child : logger->children_) CloseTree(child.value);
+  Walk(
+      logger,
+      [](ZyrLoggerNode* node) {
+        (void)node->CloseAppenders();
+        return true;
+      },
+      [](ZyrLoggerNode*) {});
 }
 
 void ZyrLoggerNode::ResetTree(ZyrLoggerNode* logger) {
-  ZyrLoggerNode* parent = logger->Parent();
-  logger->threshold.store(parent ? parent->ReadThreshold() : ZYR_SEVERITY_INFO);
-  logger->additive_.store(1);
-  logger->ClearAppenders();
-  for (auto& child : logger->children_) ResetTree(child.value);
+  Walk(
+      logger,
+      [](ZyrLoggerNode* node) {
+        ZyrLoggerNode* parent = node->Parent();
+        node->threshold.store(parent ? parent->ReadThreshold() : ZYR_SEVERITY_INFO);
+        node->additive_.store(1);
+        node->ClearAppenders();
+        return true;
+      },
+      [](ZyrLoggerNode*) {});
 }
 
 // ---------------------------------------------------------------------------
@@ -101,6 +186,7 @@ ZyrResult ZyrLogHierarchy::FindOrCreate(ZyrLoggerNode** logger, const char16_t* 
   std::size_t length = name ? ZyrBasStrLen(name) : 0;
   std::size_t pos;
   ZyrLoggerNode* current = ZyrLoggerNode::FindDeepest(root, name, length, &pos);
+  ZyrLogNameBlock* block = nullptr;
   if (ZyrLogIsRootName(name, length)) pos = length;
   while (pos < length) {
     std::size_t end = pos;
@@ -109,9 +195,24 @@ ZyrResult ZyrLogHierarchy::FindOrCreate(ZyrLoggerNode** logger, const char16_t* 
       ++pos;
       continue;
     }
+    for (std::size_t i = pos; i < end; ++i) {
+      if (name[i] == u' ') {
+        DropNameBlock(block);
+        return ZYR_E_BAD_LOGGER_NAME;
+      }
+    }
+    if (!block) {
+      // One text for every logger that this call makes.
+      block = MakeNameBlock(name, length);
+      if (!block) return ZYR_E_OUT_OF_MEMORY;
+      ++block->refs;  // held by this call until its end
+    }
     ZyrLoggerNode* child = ZyrNew<ZyrLoggerNode>();
-    if (!child) return ZYR_E_OUT_OF_MEMORY;
-    ZyrResult r = child->Initialise(name, end, this);
+    if (!child) {
+      DropNameBlock(block);
+      return ZYR_E_OUT_OF_MEMORY;
+    }
+    ZyrResult r = child->InitialiseShared(block, end, this);
     if (ZyrSucceeded(r)) {
       ZyrLoggerNode* entry = child;
       r = current->children_.Insert(name + pos, end - pos, static_cast<ZyrLoggerNode*&&>(entry));
@@ -128,11 +229,13 @@ ZyrResult ZyrLogHierarchy::FindOrCreate(ZyrLoggerNode** logger, const char16_t* 
     }
     if (ZyrFailed(r)) {
       child->Destroy(1);
+      DropNameBlock(block);
       return r;
     }
     current = child;
     pos = end < length ? end + 1 : end;
   }
+  DropNameBlock(block);
   *logger = current;
   current->AddFlags(mask);
   return ZYR_OK;

@@ -17,6 +17,16 @@ class ZyrLogHierarchy;
 class ZyrLogAppender;
 struct ZyrLogEvent;
 
+// The text of a name from which loggers were made: every logger made on its
+// path holds a prefix of it, so a name of n levels stores its text once and
+// not n times. Counted by the loggers that hold it; they change only under
+// the manager's lock.
+struct ZyrLogNameBlock {
+  std::size_t refs;
+  std::size_t length;
+  char16_t text[1];  // `length` characters and a terminator
+};
+
 class ZyrLoggerNode final : public ZyrLogger {
  public:
   ZyrLoggerNode() = default;
@@ -61,13 +71,33 @@ class ZyrLoggerNode final : public ZyrLogger {
   bool IsAdditive() const { return additive_.load(std::memory_order_seq_cst) != 0; }
   void SetAdditive(bool value) { additive_.store(value ? 1 : 0); }
   ZyrLoggerNode* Parent() const { return parent_.load(); }
-  const ZyrBasString& Name() const { return name_; }
+  // The full name: NameData() holds NameLength() characters, not
+  // terminated; NameText() is the terminated text, made at the first need
+  // for a logger whose name is a shorter prefix of its block (null only
+  // without memory for it).
+  const char16_t* NameData() const { return nameBlock_ ? nameBlock_->text : u""; }
+  std::size_t NameLength() const { return nameLength_; }
+  const char16_t* NameText() {
+    const char16_t* text = nameText_.load(std::memory_order_acquire);
+    return text ? text : MakeNameText();
+  }
   ZyrBasNameMap<ZyrLoggerNode*>& Children() { return children_; }
   ZyrBasArray<ZyrLogAppender*>& Appenders() { return appenders_; }
   ZyrBasCriticalSection& Lock() { return lock_; }
   void SetTreeLocked(bool locked) { treeLocked_ = locked ? 1 : 0; }
   bool TreeLocked() const { return treeLocked_ != 0; }
   void AddFlags(std::uint32_t mask);
+
+  // Visits `top` and every logger below it, children in key order:
+  // `enter(logger)` before the logger's children (false passes them by,
+  // and `leave` too), `leave(logger)` after them; `leave` may destroy the
+  // logger it is given. The walk uses no machine stack however deep the
+  // tree: the way down is kept in each logger (its place among its
+  // children), the way up is the parent pointer. So walks run one at a
+  // time, under the manager's lock, and the children maps do not change
+  // during one.
+  template <class Enter, class Leave>
+  static void Walk(ZyrLoggerNode* top, Enter enter, Leave leave);
 
   // Tree walks from a logger.
   static void CloseTree(ZyrLoggerNode* logger);
@@ -84,7 +114,14 @@ class ZyrLoggerNode final : public ZyrLogger {
                   const char16_t* revisionText, std::uint32_t product,
                   std::uint32_t scrambleMode, const std::uint64_t* arguments);
 
-  ZyrBasString name_;
+  // Shares `block`: the name is its first `length` characters.
+  ZyrResult InitialiseShared(ZyrLogNameBlock* block, std::size_t length, ZyrLogHierarchy* hierarchy);
+  const char16_t* MakeNameText();
+
+  ZyrLogNameBlock* nameBlock_ = nullptr;  // counted
+  std::size_t nameLength_ = 0;
+  std::atomic<const char16_t*> nameText_{nullptr};  // the block's text, or an own copy
+  std::size_t walkNext_ = 0;  // a walk's place among the children
   ZyrBasCriticalSection lock_;
   std::uint8_t treeLocked_ = 0;
   std::atomic<std::uint32_t> additive_{1};
@@ -95,6 +132,26 @@ class ZyrLoggerNode final : public ZyrLogger {
 
   friend class ZyrLogHierarchy;
 };
+
+template <class Enter, class Leave>
+void ZyrLoggerNode::Walk(ZyrLoggerNode* top, Enter enter, Leave leave) {
+  if (!enter(top)) return;
+  top->walkNext_ = 0;
+  ZyrLoggerNode* node = top;
+  for (;;) {
+    if (node->walkNext_ < node->children_.Count()) {
+      ZyrLoggerNode* child = node->children_.At(node->walkNext_++).value;
+      if (!enter(child)) continue;
+      child->walkNext_ = 0;
+      node = child;
+      continue;
+    }
+    ZyrLoggerNode* up = node == top ? nullptr : node->Parent();
+    leave(node);
+    if (!up) return;
+    node = up;
+  }
+}
 
 // True for a null or empty name and for "root" in any ASCII case.
 bool ZyrLogIsRootName(const char16_t* name, std::size_t length);

@@ -60,7 +60,9 @@ ZyrResult ZyrLoggerNode::Write(ZyrLogSeverity severity, const char16_t* format,
   std::uint32_t logFlags = flags.load();
   const char16_t* preamble =
       (hierarchy_ && (logFlags & ZYR_LOGGER_PUBLIC)) ? hierarchy_->preamble.Text() : nullptr;
-  ZyrLogEventSource source{name_.Text(), severity,     format,   fileName,  line,
+  const char16_t* name = NameText();
+  if (!name) return ZYR_E_OUT_OF_MEMORY;
+  ZyrLogEventSource source{name,         severity,     format,   fileName,  line,
                            buildNr,      svnRev,       revisionText, product, logFlags,
                            scrambleMode, arguments,    preamble};
   if (!hierarchy_) return ZYR_E_NOT_INITIALIZED;
@@ -70,23 +72,25 @@ ZyrResult ZyrLoggerNode::Write(ZyrLogSeverity severity, const char16_t* format,
   return hierarchy_->Dispatch(this, event);
 }
 
+// The climb is a loop, not a call per level, so that a deep logger costs no
+// machine stack.
 ZyrResult ZyrLoggerNode::Append(ZyrLogEvent& event) {
-  ZyrResult failure = ZYR_OK;
-  {
-    ZyrBasLockGuard guard(lock_);
-    for (ZyrLogAppender* appender : appenders_) {
-      ZyrResult r = appender->DoAppend(event);
-      // The first failure is kept, marked as a warning; the others still
-      // get the event.
-      if (ZyrFailed(r) && ZyrSucceeded(failure)) failure = ZyrResultAsWarning(r);
+  for (ZyrLoggerNode* logger = this; logger;) {
+    ZyrResult failure = ZYR_OK;
+    {
+      ZyrBasLockGuard guard(logger->lock_);
+      for (ZyrLogAppender* appender : logger->appenders_) {
+        ZyrResult r = appender->DoAppend(event);
+        // The first failure is kept, marked as a warning; the others still
+        // get the event.
+        if (ZyrFailed(r) && ZyrSucceeded(failure)) failure = ZyrResultAsWarning(r);
+      }
     }
+    if (ZyrFailed(failure)) return failure;  // the ancestors do not see this event
+    if (!logger->IsAdditive()) return ZYR_OK;
+    logger = logger->Parent();  // no logger lock held from here
   }
-  if (ZyrFailed(failure)) return failure;  // the ancestors do not see this event
-  if (!IsAdditive()) return ZYR_OK;
-  ZyrLoggerNode* parent = Parent();
-  if (!parent) return ZYR_OK;
-  ZyrResult r = parent->Append(event);  // no logger lock held here
-  return ZyrFailed(r) ? r : ZYR_OK;
+  return ZYR_OK;
 }
 
 ZyrResult ZyrLoggerNode::CloseAppenders() {
@@ -125,7 +129,7 @@ ZyrResult ZyrLoggerNode::Configure(ZyrCfgSection& section) {
 }
 
 ZyrResult ZyrLoggerNode::Save(ZyrCfgSection& section) {
-  ZyrResult r = section.SetName(name_.Text(), name_.Length());
+  ZyrResult r = section.SetName(NameData(), NameLength());
   if (ZyrSucceeded(r)) r = section.AddRawValue(u"Type", u"Logger");
   if (ZyrSucceeded(r) && !IsAdditive()) {
     r = section.AddRawValue(u"Additive", u"false");

@@ -161,17 +161,25 @@ ZyrResult ZyrLogManager::Flush() {
 // remembers that this pass holds its lock, so that a logger made during the
 // pass (unlocked) is passed by on the way back.
 void ZyrLogManager::LockTree(ZyrLoggerNode* logger) {
-  logger->Lock().Enter();
-  logger->SetTreeLocked(true);
-  for (auto& child : logger->Children()) LockTree(child.value);
+  ZyrLoggerNode::Walk(
+      logger,
+      [](ZyrLoggerNode* node) {
+        node->Lock().Enter();
+        node->SetTreeLocked(true);
+        return true;
+      },
+      [](ZyrLoggerNode*) {});
 }
 
 void ZyrLogManager::UnlockTree(ZyrLoggerNode* logger) {
-  for (auto& child : logger->Children()) UnlockTree(child.value);
-  if (logger->TreeLocked()) {
-    logger->SetTreeLocked(false);
-    logger->Lock().Leave();
-  }
+  ZyrLoggerNode::Walk(
+      logger, [](ZyrLoggerNode*) { return true; },
+      [](ZyrLoggerNode* node) {
+        if (node->TreeLocked()) {
+          node->SetTreeLocked(false);
+          node->Lock().Leave();
+        }
+      });
 }
 
 ZyrResult ZyrLogManager::ApplyDocument(const ZyrCfgDocument& document, const ZyrBasString& logFolder) {

@@ -23,6 +23,7 @@
 #include "engine/manager.h"
 #include "layout/layout.h"
 #include "records/event.h"
+#include "file_appender_fixture.h"
 #include "test_support.h"
 #include "zyrlog/zyrlog.h"
 
@@ -58,45 +59,7 @@ class FramedLayout final : public ZyrLogLayout {
   ZyrResult GetFooter(ZyrBasString& text) override { return text.Assign(u"FTR"); }
 };
 
-class FileAppenderTest : public zyrtest::TempDirTest {
- protected:
-  void TearDown() override {
-    for (ZyrLogAppender* a : made_) {
-      a->Release();
-      ZyrDelete(a);
-    }
-    TempDirTest::TearDown();
-  }
-
-  // An appender of `type` made by the creator table with the test folder as
-  // log folder, configured from key/value pairs.
-  template <class T>
-  T* Make(const char16_t* type, std::vector<std::pair<const char16_t*, std::u16string>> keys,
-          ZyrResult expected = ZYR_OK, ZyrLogHierarchy* owner = nullptr) {
-    ZyrBasString typeText, folder;
-    typeText.Assign(type);
-    folder.Assign(U16(dir_).c_str());
-    ZyrLogAppender* made = nullptr;
-    EXPECT_EQ(ZyrLogMakeAppender(typeText, folder, owner, u"a", &made), ZYR_OK);
-    if (!made) return nullptr;
-    made_.push_back(made);
-    ZyrCfgSection section;
-    section.SetName(u"a");
-    section.SetValue(u"AppenderType", type);
-    for (auto& [key, value] : keys) section.SetValue(key, value.c_str());
-    EXPECT_EQ(made->Reconfigure(section), expected);
-    return static_cast<T*>(made);
-  }
-
-  static ZyrResult Write(ZyrLogAppender* a, const std::u16string& text) {
-    ZyrLogEvent event;
-    return a->AppendFormatted(event, text.data(), text.size());
-  }
-
-  std::string Path(const std::string& name) const { return P(name); }
-
-  std::vector<ZyrLogAppender*> made_;
-};
+using zyrtest::FileAppenderTest;
 
 // ---------------------------------------------------------------------------
 // The bytes of a log file
@@ -163,16 +126,6 @@ TEST_F(FileAppenderTest, FreshFileIsMadeOnceAndNeverReplaced) {
 
 // ---------------------------------------------------------------------------
 // Failures of the target
-
-TEST_F(FileAppenderTest, UnopenableFileLeavesTheAppenderClosedAndRetries) {
-  WriteFile(Path("block"), "a file where a folder should be");
-  auto* a = Make<ZyrLogFileAppender>(u"File", {{u"FileName", u"block/x.log"}});
-  EXPECT_TRUE(ZyrFailed(Write(a, u"lost")));
-  EXPECT_FALSE(a->IsOpened());
-  ASSERT_EQ(unlink(Path("block").c_str()), 0);
-  ASSERT_EQ(Write(a, u"kept"), ZYR_OK);  // the folder is made at the next open
-  EXPECT_EQ(ReadFile(Path("block/x.log")), kMark + "kept\r\n");
-}
 
 // The seal's bytes: the fragment's end becomes the mark, moved back to a
 // character's start so that no cut character stands in front of it.

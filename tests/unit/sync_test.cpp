@@ -6,6 +6,7 @@
 
 #include "base/identity.h"
 #include "base/sync.h"
+#include "test_support.h"
 
 namespace {
 
@@ -276,7 +277,7 @@ TEST(SyncThread, OneRecordPerThreadDroppedAtItsEnd) {
 TEST(SyncLightLock, NoEventWithoutContention) {
   static ZyrBasLightLock lock;  // zero-initialised, never constructed by hand
   for (int i = 0; i < 1000; ++i) {
-    lock.Acquire();
+    ASSERT_EQ(lock.Acquire(), ZYR_OK);
     ASSERT_EQ(lock.count.load(), 1);
     ASSERT_EQ(lock.word.load(), 0u);
     lock.Release();
@@ -287,11 +288,11 @@ TEST(SyncLightLock, NoEventWithoutContention) {
 
 TEST(SyncLightLock, WaiterGetsTheLockOnRelease) {
   ZyrBasLightLock lock;
-  lock.Acquire();
+  ASSERT_EQ(lock.Acquire(), ZYR_OK);
   std::atomic<int> stage{0};
   std::thread waiter([&] {
     stage.store(1);
-    lock.Acquire();
+    if (lock.Acquire() != ZYR_OK) return;
     stage.store(2);
     lock.Release();
   });
@@ -304,9 +305,29 @@ TEST(SyncLightLock, WaiterGetsTheLockOnRelease) {
   EXPECT_EQ(stage.load(), 2);
   EXPECT_EQ(lock.count.load(), 0);
   // Once nobody contends, the event is gone after at most one more round.
-  lock.Acquire();
+  ASSERT_EQ(lock.Acquire(), ZYR_OK);
   lock.Release();
   EXPECT_EQ(lock.word.load(), 0u);
+}
+
+// A contender that can't make its event is told so and does not count
+// itself in: the holder releases as if alone, and the lock works on.
+TEST(SyncLightLock, FailedEventCreationIsReturnedAndChangesNothing) {
+  int code = zyrtest::RunInChild([] {
+    ZyrBasLightLock lock;
+    if (lock.Acquire() != ZYR_OK) return 1;
+    zyrtest::ExhaustDescriptors();
+    ZyrResult contended = ZYR_OK;
+    std::thread other([&] { contended = lock.Acquire(); });
+    other.join();
+    if (!ZyrFailed(contended)) return 2;
+    if (lock.count.load() != 1 || lock.word.load() != 0) return 3;
+    lock.Release();
+    if (lock.Acquire() != ZYR_OK || lock.count.load() != 1) return 4;
+    lock.Release();
+    return lock.count.load() == 0 ? 0 : 5;
+  });
+  EXPECT_EQ(code, 0) << "-1: the contender hung";
 }
 
 }  // namespace

@@ -5,10 +5,18 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <fstream>
+#include <functional>
+#include <thread>
+#include <vector>
 #include <sstream>
 #include <string>
 
@@ -111,6 +119,39 @@ class TempDirTest : public ::testing::Test {
 
   std::string dir_;
 };
+
+// Runs `body` in a forked child and gives its result as the exit code, or
+// -1 when the child did not end within `seconds` (it is killed then) or
+// died of a signal. For what must not touch this process: resource limits,
+// a hang that the test wants to see as a failure.
+inline int RunInChild(const std::function<int()>& body, int seconds = 20) {
+  pid_t child = fork();
+  if (child == 0) _exit(body());
+  if (child < 0) return -1;
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  int status = 0;
+  while (waitpid(child, &status, WNOHANG) == 0) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      kill(child, SIGKILL);
+      waitpid(child, &status, 0);
+      return -1;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// Uses up the descriptors of the calling process below a low limit, so that
+// the next open fails with "too many open files"; gives back what it took.
+// For a forked child only.
+inline std::vector<int> ExhaustDescriptors() {
+  struct rlimit limit = {64, 64};
+  setrlimit(RLIMIT_NOFILE, &limit);
+  std::vector<int> taken;
+  taken.reserve(64);
+  for (int fd; (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) taken.push_back(fd);
+  return taken;
+}
 
 }  // namespace zyrtest
 

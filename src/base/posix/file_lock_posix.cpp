@@ -3,6 +3,7 @@
 // dies while holding one blocks nobody.
 #include <fcntl.h>
 
+#include <atomic>
 #include <cerrno>
 
 #include "base/file_lock.h"
@@ -10,8 +11,12 @@
 
 namespace {
 
+std::atomic<ZyrResult> g_refusal{ZYR_OK};
+
 ZyrResult SetLock(int handle, short type) {
   if (handle < 0) return ZYR_E_INVALID_HANDLE;
+  ZyrResult refusal = g_refusal.load(std::memory_order_relaxed);
+  if (ZyrFailed(refusal) && type != F_UNLCK) return refusal;
   struct flock lock = {};
   lock.l_type = type;
   lock.l_whence = SEEK_SET;
@@ -41,3 +46,5 @@ ZyrResult ZyrBasTryLockFile(ZyrBasFileBase& file, bool exclusive) {
 }
 
 ZyrResult ZyrBasUnlockFile(ZyrBasFileBase& file) { return SetLock(file.NativeHandle(), F_UNLCK); }
+
+void ZyrBasTestRefuseFileLocks(ZyrResult answer) { g_refusal.store(answer, std::memory_order_relaxed); }

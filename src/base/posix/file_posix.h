@@ -38,6 +38,9 @@ ZyrResult ZyrBasOsFlush(int handle);
 ZyrResult ZyrBasOsQueryHandle(int handle, ZyrBasDirEntry* entry);
 ZyrResult ZyrBasOsSetCreationTime(int handle, std::int64_t time);
 ZyrResult ZyrBasOsDeleteName(const char* path);  // unlink, for delete-on-close
+// Whether `path` itself (a link not followed) is the open file: same device
+// and inode. A name that is gone is not.
+ZyrResult ZyrBasOsIsSameFile(int handle, const char* path, bool* same);
 
 std::size_t ZyrBasOsPageSize();
 ZyrResult ZyrBasOsMap(int handle, std::uint64_t offset, std::size_t size, bool writable,
