@@ -323,13 +323,13 @@ ZyrResult Normalise(ZyrBasString& built, const char16_t* path, std::size_t n, co
   if (n >= 1 && IsSep(path[0])) {
     // Rooted: the drive of the current directory, if it has one.
     r = built.Reserve(n + 4);
-    if (ZyrSucceeded(r) && cwdLength >= 2 && cwd[1] == u':') r = built.Assign(cwd, 2);
+    if (ZyrSucceeded(r) && HasDrive(cwd, cwdLength)) r = built.Assign(cwd, 2);
     if (ZyrSucceeded(r)) r = built.Append(u'\\');
     if (ZyrFailed(r)) return r;
     return AppendNormalised(built, built.Length(), path, 1, n);
   }
   // Relative: behind the current directory, which must not be relative.
-  bool cwdAbsolute = cwdLength > 0 && (IsSep(cwd[0]) || (cwdLength >= 2 && cwd[1] == u':'));
+  bool cwdAbsolute = cwdLength > 0 && (IsSep(cwd[0]) || HasDrive(cwd, cwdLength));
   if (!cwdAbsolute) return ZYR_E_UNEXPECTED_SYSTEM_RESULT;
   ZyrBasString joined;
   r = joined.Reserve(cwdLength + n + 2);

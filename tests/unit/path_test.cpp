@@ -148,6 +148,7 @@ TEST(PathFull, NormalisesByText) {
   // gives the same path (Linux allows "/:x").
   EXPECT_EQ(Full(u"/:x/y", u"\\home"), "\\:x\\y");
   EXPECT_EQ(Full(u":x", u"\\"), "\\:x");
+  EXPECT_EQ(Full(u"\\y", u"\\:x"), "\\y");
   EXPECT_EQ(ZyrBasPathRootLength(u"\\:x"), 1u);
   EXPECT_FALSE(ZyrBasPathIsAbsolute(u"/:"));
   Full(u"", u"\\home", ZYR_E_UNEXPECTED_SYSTEM_RESULT);
