@@ -180,7 +180,7 @@ struct Client {
     std::uint32_t generation = shared->generation.load(std::memory_order_acquire);
     if (ZyrGetLogObject(&IID_IZyrLog, &log) != ZYR_OK) return false;
     if (log->SetFolders(Wide(dir).c_str(), Wide(dir).c_str(), 0) != ZYR_OK) return false;
-    // A rename of the file can meet the first load; try a few times.
+    // The first load is tried a few times before the writer gives up.
     ZyrResult r = ZYR_E_INVALID_ARGUMENT;  // until the first load answers
     for (int i = 0; i < 50 && r != ZYR_OK; ++i) {
       r = log->LoadConfigFile(configPath.c_str());
@@ -202,7 +202,8 @@ struct Client {
       shared->reloadFailures.fetch_add(1);
     }
     std::uint64_t ms = static_cast<std::uint64_t>((Now() - began) * 1000);
-    for (std::uint64_t m = shared->slowestReloadMs.load(); ms > m && !shared->slowestReloadMs.compare_exchange_weak(m, ms);) {}
+    std::uint64_t m = shared->slowestReloadMs.load();
+    while (ms > m && !shared->slowestReloadMs.compare_exchange_weak(m, ms)) {}
   }
 };
 
