@@ -219,6 +219,12 @@ TEST_F(MultiProcessTest, WritersKilledInTheMiddleOfRolloversLeaveAUsableChain) {
   const int killed = 3;
   for (int id = 0; id < killed; ++id) {
     pid_t child = StartWriter(dir_, config, id, -1);
+    // A slow start (a loaded machine, a sanitizer's runtime) must not let
+    // the kill come before the writer's first lines.
+    for (int waited = 0; waited < 10000 && !ReadChain(dir_).seen.count({id, 1}); waited += 5) {
+      struct timespec poll = {0, 5000000};
+      nanosleep(&poll, nullptr);
+    }
     struct timespec pause = {0, static_cast<long>(10 + rand_r(&seed) % 30) * 1000000};
     nanosleep(&pause, nullptr);
     kill(child, SIGKILL);
