@@ -60,8 +60,9 @@ void ReadDigits(const char16_t*& p, std::int32_t& value) {
 
 // Parses the conversion behind the "%" at `p`. On success `p` stands behind
 // the conversion character. False when the format ends inside or the
-// conversion character lies outside 32..127.
-bool ParseSpec(const char16_t*& p, Arguments& args, ZyrBasFormatSpec& spec) {
+// conversion character lies outside 32..127. A "*" is only marked here:
+// TakeStars reads its slot once the conversion is known to take a value.
+bool ParseSpec(const char16_t*& p, ZyrBasFormatSpec& spec) {
   spec = ZyrBasFormatSpec{};
   ++p;
   for (;; ++p) {
@@ -75,12 +76,6 @@ bool ParseSpec(const char16_t*& p, Arguments& args, ZyrBasFormatSpec& spec) {
   if (*p == u'*') {
     ++p;
     spec.widthFromArgument = 1;
-    std::int32_t w = TakeCount(args);
-    if (w < 0) {
-      spec.left = 1;
-      w = w == INT32_MIN ? kNumberLimit : -w;
-    }
-    spec.width = w;
   } else {
     ReadDigits(p, spec.width);
   }
@@ -90,9 +85,6 @@ bool ParseSpec(const char16_t*& p, Arguments& args, ZyrBasFormatSpec& spec) {
     if (*p == u'*') {
       ++p;
       spec.precisionFromArgument = 1;
-      std::int32_t v = TakeCount(args);
-      if (v < 0) spec.hasPrecision = 0;
-      else spec.precision = v;
     } else {
       ReadDigits(p, spec.precision);
     }
@@ -123,6 +115,40 @@ bool ParseSpec(const char16_t*& p, Arguments& args, ZyrBasFormatSpec& spec) {
   ++p;
   spec.conversion = c;
   return true;
+}
+
+// Whether the conversion reads a value slot. Its "*" slots are read only
+// then: a conversion that takes none reads none, so that a format never
+// reads past the slots that its conversions use.
+bool TakesValue(const ZyrBasFormatSpec& spec) {
+  switch (spec.conversion) {
+    case u'd': case u'i': case u'u': case u'o': case u'x': case u'X':
+      return spec.sizeKind != 1;
+    case u'c': case u'p': case u'e': case u'E': case u'f': case u'g': case u'G':
+      return true;
+    case u's':
+      return spec.sizeKind == 0 || spec.sizeKind == 3 || spec.sizeKind == 4;
+    case u'Z':
+      return spec.sizeKind == 0 || spec.sizeKind == 1;
+    default:
+      return false;
+  }
+}
+
+void TakeStars(ZyrBasFormatSpec& spec, Arguments& args) {
+  if (spec.widthFromArgument) {
+    std::int32_t w = TakeCount(args);
+    if (w < 0) {
+      spec.left = 1;
+      w = w == INT32_MIN ? kNumberLimit : -w;
+    }
+    spec.width = w;
+  }
+  if (spec.precisionFromArgument) {
+    std::int32_t v = TakeCount(args);
+    if (v < 0) spec.hasPrecision = 0;
+    else spec.precision = v;
+  }
 }
 
 // Writes lead (sign and prefix) and body, padded to the width.
@@ -520,16 +546,16 @@ ZyrResult FormatInto(Sink& out, ZyrBasCodePage selector, const char16_t* format,
     const char16_t* percent = p;
     std::size_t argsBefore = args.next;
     ZyrBasFormatSpec spec;
-    if (!ParseSpec(p, args, spec)) {
+    if (!ParseSpec(p, spec)) {
       // Not a conversion: the "%" stands for itself and scanning resumes
       // right behind it.
-      args.next = argsBefore;
       p = percent + 1;
       if (!out.Put(u'%')) return ZYR_E_BUFFER_TOO_SMALL;
       continue;
     }
     spec.upper = spec.conversion == u'X' || spec.conversion == u'E' || spec.conversion == u'G';
     spec.forceExponentSign = 1;
+    if ((spec.widthFromArgument | spec.precisionFromArgument) && TakesValue(spec)) TakeStars(spec, args);
     Outcome outcome;
     ZyrResult r = Convert(out, selector, spec, args, &outcome);
     if (ZyrFailed(r)) return r;

@@ -50,9 +50,11 @@ bool StartsNoCase(const char16_t* p, std::size_t n, const char* prefix) {
   return true;
 }
 
-bool IsDriveForm(const char16_t* p, std::size_t n) {
-  return n >= 2 && p[1] == u':' && (n == 2 || IsSep(p[2]));
-}
+// "X:" at the start. A leading separator makes a rooted path whatever
+// follows, so "\:x" names ":x" at the root and not a drive "\:".
+bool HasDrive(const char16_t* p, std::size_t n) { return n >= 2 && p[1] == u':' && !IsSep(p[0]); }
+
+bool IsDriveForm(const char16_t* p, std::size_t n) { return HasDrive(p, n) && (n == 2 || IsSep(p[2])); }
 
 }  // namespace
 
@@ -67,7 +69,7 @@ bool ZyrBasPathIsAbsolute(const char16_t* path, std::size_t length) {
 
 std::size_t ZyrBasPathRootLength(const char16_t* path, std::size_t length) {
   std::size_t n = Measure(path, length);
-  if (n >= 2 && path[1] == u':') return (n > 2 && IsSep(path[2])) ? 3 : 2;
+  if (HasDrive(path, n)) return (n > 2 && IsSep(path[2])) ? 3 : 2;
   if (n >= 2 && IsSep(path[0]) && IsSep(path[1])) {
     if (n == 2) return 2;
     std::size_t i = 2;
@@ -312,7 +314,7 @@ ZyrResult Normalise(ZyrBasString& built, const char16_t* path, std::size_t n, co
       built.Erase(rootEnd, rootEnd + 1);
     return r;
   }
-  if (n >= 2 && path[1] == u':') {
+  if (HasDrive(path, n)) {
     // Drive, absolute or relative to the drive: there is no per-drive
     // current directory here, so "C:x" is taken from the drive's root.
     r = built.Reserve(n + 2);
@@ -324,13 +326,13 @@ ZyrResult Normalise(ZyrBasString& built, const char16_t* path, std::size_t n, co
   if (n >= 1 && IsSep(path[0])) {
     // Rooted: the drive of the current directory, if it has one.
     r = built.Reserve(n + 4);
-    if (ZyrSucceeded(r) && cwdLength >= 2 && cwd[1] == u':') r = built.Assign(cwd, 2);
+    if (ZyrSucceeded(r) && HasDrive(cwd, cwdLength)) r = built.Assign(cwd, 2);
     if (ZyrSucceeded(r)) r = built.Append(kSep);
     if (ZyrFailed(r)) return r;
     return AppendNormalised(built, built.Length(), path, 1, n);
   }
   // Relative: behind the current directory, which must not be relative.
-  bool cwdAbsolute = cwdLength > 0 && (IsSep(cwd[0]) || (cwdLength >= 2 && cwd[1] == u':'));
+  bool cwdAbsolute = cwdLength > 0 && (IsSep(cwd[0]) || HasDrive(cwd, cwdLength));
   if (!cwdAbsolute) return ZYR_E_UNEXPECTED_SYSTEM_RESULT;
   ZyrBasString joined;
   r = joined.Reserve(cwdLength + n + 2);
@@ -358,7 +360,7 @@ ZyrResult ZyrBasFullPath(ZyrBasString& out, const char16_t* path, std::size_t le
   if (n == 0) return ZYR_E_UNEXPECTED_SYSTEM_RESULT;
   ZyrBasString cwd;
   // Only the relative and rooted forms depend on the current directory.
-  if (!ZyrBasPathIsAbsolute(path, n) && !(n >= 2 && path[1] == u':')) {
+  if (!ZyrBasPathIsAbsolute(path, n) && !HasDrive(path, n)) {
     ZyrResult r = ZyrBasCurrentDirectory(cwd);
     if (ZyrFailed(r)) return r;
   }

@@ -44,6 +44,9 @@ TEST(FormatScan, PercentSignsAndBrokenConversions) {
   EXPECT_EQ(Fmt(u"%\u00e9x"), "%?x");    // conversion character out of range
   // A failed parse gives back the "*" slot: "%d" then reads the first slot.
   EXPECT_EQ(Fmt(u"%*\x01%d", {5}), "%*\x01" "5");
+  // A "*" whose conversion takes no value reads no slot: here the slots
+  // end after the first, so a read shows under the address sanitizer.
+  EXPECT_EQ(Fmt(u"%d %*y %*\u0600 %*%", {5}), "5 %*y %*? %");
 }
 
 TEST(FormatScan, UnknownCombinationsCopyAndTakeNothing) {

@@ -144,6 +144,13 @@ TEST(PathFull, NormalisesByText) {
   EXPECT_EQ(Full(u"//s/share/a/../../b", u"\\home"), "//s/share/b");
   EXPECT_EQ(Full(u"\\\\s\\share\\..", u"\\home"), "//s/share");
   EXPECT_EQ(Full(u"name.", u"\\d"), "/d/name.");  // trailing dots are part of a name here
+  // A name that starts with ":" at the root is no drive: normalising twice
+  // gives the same path (Linux allows "/:x").
+  EXPECT_EQ(Full(u"/:x/y", u"\\home"), "/:x/y");
+  EXPECT_EQ(Full(u":x", u"\\"), "/:x");
+  EXPECT_EQ(Full(u"\\y", u"\\:x"), "/y");
+  EXPECT_EQ(ZyrBasPathRootLength(u"\\:x"), 1u);
+  EXPECT_FALSE(ZyrBasPathIsAbsolute(u"/:"));
   Full(u"", u"\\home", ZYR_E_UNEXPECTED_SYSTEM_RESULT);
   Full(u"x", u"relative", ZYR_E_UNEXPECTED_SYSTEM_RESULT);
 }
