@@ -238,12 +238,11 @@ TEST_F(MultiProcessTest, WritersKilledInTheMiddleOfRolloversLeaveAUsableChain) {
   const int killed = 3;
   for (int id = 0; id < killed; ++id) {
     pid_t child = StartWriter(dir_, config, id, -1);
-    // The pause counts from the writer's first line, not from its start,
-    // which a loaded machine can make longer than the pause.
-    std::string started = dir_ + "/failed." + std::to_string(id);
-    for (int wait = 0; wait < 10000 && access(started.c_str(), F_OK) != 0; ++wait) {
-      struct timespec tick = {0, 1000000};
-      nanosleep(&tick, nullptr);
+    // A slow start (a loaded machine, a sanitizer's runtime) must not let
+    // the kill come before the writer's first lines.
+    for (int waited = 0; waited < 10000 && !ReadChain(dir_).seen.count({id, 1}); waited += 5) {
+      struct timespec poll = {0, 5000000};
+      nanosleep(&poll, nullptr);
     }
     struct timespec pause = {0, static_cast<long>(10 + rand_r(&seed) % 30) * 1000000};
     nanosleep(&pause, nullptr);
