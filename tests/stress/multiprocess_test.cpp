@@ -57,6 +57,7 @@ std::u16string Config(const char* type, const std::string& extra) {
     std::uint64_t args[2] = {static_cast<std::uint64_t>(id), static_cast<std::uint64_t>(n)};
     ZyrResult r = logger->Log(ZYR_SEVERITY_ERROR, format.c_str(), nullptr, 0, 0, 0, 0, 0, args);
     if (r != ZYR_OK) fprintf(failed, "%d\n", n), fflush(failed);
+    if (n == 1) fclose(fopen((dir + "/wrote." + std::to_string(id)).c_str(), "w"));  // two lines in
   }
   fclose(failed);
   ZyrReleaseLogObject(&IID_IZyrLog, log);
@@ -238,11 +239,12 @@ TEST_F(MultiProcessTest, WritersKilledInTheMiddleOfRolloversLeaveAUsableChain) {
   const int killed = 3;
   for (int id = 0; id < killed; ++id) {
     pid_t child = StartWriter(dir_, config, id, -1);
-    // A slow start (a loaded machine, a sanitizer's runtime) must not let
-    // the kill come before the writer's first lines.
-    for (int waited = 0; waited < 10000 && !ReadChain(dir_).seen.count({id, 1}); waited += 5) {
-      struct timespec poll = {0, 5000000};
-      nanosleep(&poll, nullptr);
+    // The pause counts from the writer's second line, not from its start,
+    // which a loaded machine can make longer than the pause.
+    std::string started = dir_ + "/wrote." + std::to_string(id);
+    for (int wait = 0; wait < 10000 && access(started.c_str(), F_OK) != 0; ++wait) {
+      struct timespec tick = {0, 1000000};
+      nanosleep(&tick, nullptr);
     }
     struct timespec pause = {0, static_cast<long>(10 + rand_r(&seed) % 30) * 1000000};
     nanosleep(&pause, nullptr);

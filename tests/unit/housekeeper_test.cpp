@@ -51,14 +51,14 @@ class Housekeeping : public ::testing::Test {
   }
   ZyrResult Line() { return logger_->Log(ZYR_SEVERITY_ERROR, u"line", nullptr, 0, 0, 0, 0, 0, nullptr); }
 
+  zyrtest::LoopMount mount_;  // unmounted after TearDown has closed the log
   IZyrLog* log_ = nullptr;
   ZyrLogger* logger_ = nullptr;
 };
 
 TEST_F(Housekeeping, RolledFilesOfBothAppendersAreCompressedOnBtrfs) {
-  zyrtest::LoopMount mount;
-  if (!mount.Mount("mkfs.btrfs -q -f", 128)) GTEST_SKIP() << mount.Why();
-  std::string dir = mount.Dir();
+  if (!mount_.Mount("mkfs.btrfs -q -f", 128)) GTEST_SKIP() << mount_.Why();
+  std::string dir = mount_.Dir();
   // Siblings by prefix: an older dated file of "r" and a left-over number
   // are treated too, another log and a folder are not.
   zyrtest::WriteFile(dir + "/r.2020-01-01.log", "old");
