@@ -30,6 +30,7 @@
 
 #include "base/folders.h"
 #include "base/path.h"
+#include "base/textconv.h"
 #include "config/document.h"
 #include "config/keys.h"
 #include "config/locations.h"
@@ -42,28 +43,9 @@
 namespace {
 
 std::string Utf8(const char16_t* text, std::size_t length) {
-  std::string out;
-  for (std::size_t i = 0; i < length; ++i) {
-    std::uint32_t c = text[i];
-    if (c >= 0xd800 && c < 0xdc00 && i + 1 < length && text[i + 1] >= 0xdc00 && text[i + 1] < 0xe000)
-      c = 0x10000 + ((c - 0xd800) << 10) + (text[++i] - 0xdc00);
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-    } else if (c < 0x800) {
-      out += static_cast<char>(0xc0 | (c >> 6));
-      out += static_cast<char>(0x80 | (c & 0x3f));
-    } else if (c < 0x10000) {
-      out += static_cast<char>(0xe0 | (c >> 12));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3f));
-      out += static_cast<char>(0x80 | (c & 0x3f));
-    } else {
-      out += static_cast<char>(0xf0 | (c >> 18));
-      out += static_cast<char>(0x80 | ((c >> 12) & 0x3f));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3f));
-      out += static_cast<char>(0x80 | (c & 0x3f));
-    }
-  }
-  return out;
+  ZyrBasArray<char> bytes;
+  if (ZyrFailed(ZyrBasEncodeUtf8(bytes, text, length))) return "?";
+  return std::string(bytes.begin(), bytes.end());
 }
 std::string Utf8(const ZyrBasString& s) { return Utf8(s.Text(), s.Length()); }
 std::string Utf8(const char16_t* s) { return Utf8(s, std::char_traits<char16_t>::length(s)); }

@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "base/textconv.h"
 #include "records/scramble.h"
 
 namespace {
@@ -101,31 +102,13 @@ std::string Line(const std::string& line) {
 }
 
 std::string FromUtf16(const std::string& bytes) {
-  std::string out;
-  for (std::size_t i = 2; i + 1 < bytes.size(); i += 2) {
-    std::uint32_t c = static_cast<std::uint8_t>(bytes[i]) | (static_cast<std::uint8_t>(bytes[i + 1]) << 8);
-    if (c >= 0xd800 && c < 0xdc00 && i + 3 < bytes.size()) {
-      std::uint32_t low = static_cast<std::uint8_t>(bytes[i + 2]) | (static_cast<std::uint8_t>(bytes[i + 3]) << 8);
-      c = 0x10000 + ((c - 0xd800) << 10) + (low - 0xdc00);
-      i += 2;
-    }
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-    } else if (c < 0x800) {
-      out += static_cast<char>(0xc0 | (c >> 6));
-      out += static_cast<char>(0x80 | (c & 0x3f));
-    } else if (c < 0x10000) {
-      out += static_cast<char>(0xe0 | (c >> 12));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3f));
-      out += static_cast<char>(0x80 | (c & 0x3f));
-    } else {
-      out += static_cast<char>(0xf0 | (c >> 18));
-      out += static_cast<char>(0x80 | ((c >> 12) & 0x3f));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3f));
-      out += static_cast<char>(0x80 | (c & 0x3f));
-    }
-  }
-  return out;
+  std::u16string text;
+  for (std::size_t i = 2; i + 1 < bytes.size(); i += 2)
+    text += static_cast<char16_t>(static_cast<std::uint8_t>(bytes[i]) |
+                                  (static_cast<std::uint8_t>(bytes[i + 1]) << 8));
+  ZyrBasArray<char> utf8;
+  if (ZyrFailed(ZyrBasEncodeUtf8(utf8, text.data(), text.size()))) return bytes;
+  return std::string(utf8.begin(), utf8.end());
 }
 
 void Convert(std::istream& in) {
