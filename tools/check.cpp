@@ -571,8 +571,14 @@ int main(int argc, char** argv) {
   ZyrLogManager* manager = nullptr;
   ZyrBasString buildFolder;
   if (temp) {
+    // Only the manager's start sees the temporary folder; ${winlocalappdata}
+    // in the files checked is the user's own again.
+    const char* original = getenv("LOCALAPPDATA");
+    std::string saved = original ? original : "";
     setenv("LOCALAPPDATA", temp, 1);
     if (ZyrFailed(ZyrLogManager::Acquire(&manager))) manager = nullptr;
+    if (original) setenv("LOCALAPPDATA", saved.c_str(), 1);
+    else unsetenv("LOCALAPPDATA");
     (void)buildFolder.Assign(std::u16string(temp, temp + std::strlen(temp)).c_str());
   }
 
