@@ -37,6 +37,7 @@
 #include "config/reader.h"
 #include "config/variables.h"
 #include "engine/manager.h"
+#include "layout/custom_layout.h"
 #include "records/severity.h"
 #include "result_names.h"
 
@@ -381,9 +382,38 @@ class Checker {
       case ZyrCfgKeyKind::kPath:
         CheckFolder(where, line, text, logFolder);
         break;
+      case ZyrCfgKeyKind::kText:
+        if (row.key == std::u16string(u"Format")) CheckFormat(where, line, text);
+        break;
       default:
         break;
     }
+  }
+
+  // A "%word" that the Custom layout does not know stays in every line as
+  // it stands. Each "%word" of the text (not "%%") is compiled by the layout
+  // itself: a literal first entry means no token begins there.
+  void CheckFormat(const std::string& where, std::uint64_t line, const std::u16string& text) {
+    ZyrLogLayout* made = nullptr;
+    if (ZyrFailed(ZyrLogCustomLayoutCreator().Create(&made, u"check"))) return;
+    auto* layout = static_cast<ZyrLogCustomLayout*>(made);
+    for (std::size_t at = 0; at < text.size(); ++at) {
+      if (text[at] != u'%') continue;
+      if (at + 1 < text.size() && text[at + 1] == u'%') {
+        ++at;
+        continue;
+      }
+      std::size_t end = at + 1;
+      while (end < text.size() && ((text[end] >= u'a' && text[end] <= u'z') || (text[end] >= u'A' && text[end] <= u'Z')))
+        ++end;
+      if (end == at + 1) continue;
+      std::u16string word = text.substr(at, end - at);
+      if (ZyrSucceeded(layout->Compile(word.c_str(), word.size())) && layout->Tokens().Count() > 0 &&
+          layout->Tokens()[0] == ZyrLogCustomLayout::kLiteral)
+        Add(line, false, "format-token: " + where + ": " + Utf8(word) +
+                             " is no token and prints as it stands; write %% for a percent sign");
+    }
+    made->Destroy(1);
   }
 
   void CheckNumber(const ZyrCfgKey& row, const std::string& where, std::uint64_t line,
