@@ -71,5 +71,23 @@ int main() {
     if (content[from - 1] == '\n' && from != content.size() && ++lines == 3) break;
   if (from == 0 && mark) from = 3;
   std::cout << content.substr(from);
+  std::printf(
+      "\nWhat you see:\n"
+      "- No configuration was given, so the built-in default applies: the root logger at INFO\n"
+      "  writes a rolling common.log (10 files of 1024000 bytes) in the user's log folder,\n"
+      "  %s.\n"
+      "- The DEBUG line of the demo is absent: DEBUG is below the root's INFO threshold. Such a\n"
+      "  call costs one atomic read; its arguments are not even evaluated.\n"
+      "- A Standard line, field by field:\n"
+      "    [demo.main]            the logger\n"
+      "    WARN                   the severity\n"
+      "    2026-01-31 09:41:07,512  the time in UTC (never local time), milliseconds behind the comma\n"
+      "    host                   the computer name\n"
+      "    PID:.. THID:..         process and thread\n"
+      "    ID:file:line.b.r.p     source file (or the id of a typed message), line, build, revision, product\n"
+      "    MSG:...                the message; a typed message lists its values\n"
+      "- The file is UTF-8 with a byte order mark and CR LF line ends; several processes can\n"
+      "  write it at once. docs/configuration.md tells how to change all of this.\n",
+      path.substr(0, path.rfind('/')).c_str());
   return 0;
 }

@@ -197,15 +197,207 @@ struct TypedList {
 }  // namespace detail
 
 // ---------------------------------------------------------------------------
+// Compile-time check of a literal format against the argument types.
+
+// The names of these functions are the compiler's message: a mismatched
+// call reaches one of them while the format is checked, and a function that
+// is not constexpr cannot be called there.
+namespace format_error {
+void too_few_arguments_for_the_format();
+void more_arguments_than_the_format_uses();
+void s_needs_utf16_text_char16_t_pointer__a_narrow_char_pointer_needs_hs();
+void hs_needs_narrow_char_pointer();
+void integer_conversion_needs_an_integer_or_enum__pointers_take_p();
+void a_64_bit_integer_needs_lld_I64d_or_zd__d_and_ld_read_32_bits();
+void floating_conversion_needs_float_or_double();
+void c_needs_a_character_or_integer();
+void p_needs_a_pointer_or_integer();
+void Z_and_wZ_need_zyrlog_CountedText();
+void star_width_or_precision_needs_an_int();
+void typed_items_belong_in_ZYR_LOG_TYPED_not_in_a_format_call();
+void argument_type_unknown__pass_integers_floating_point_pointers_or_CountedText();
+}  // namespace format_error
+
+// A format that is known only at run time; the call is not checked.
+struct RuntimeFormat {
+  const char16_t* text;
+  constexpr explicit RuntimeFormat(const char16_t* format) noexcept : text(format) {}
+};
+
+namespace detail {
+
+enum class ArgKind {
+  kInt32, kInt64, kFloat, kWideText, kNarrowText, kNull, kPointer, kCounted, kTyped, kOther
+};
+
+template <class T>
+consteval ArgKind KindOf() {
+  if constexpr (std::is_same_v<T, CountedText>) {
+    return ArgKind::kCounted;
+  } else if constexpr (std::is_same_v<T, TypedItem> || std::is_same_v<T, CountedItem>) {
+    return ArgKind::kTyped;
+  } else if constexpr (std::is_enum_v<T>) {
+    return sizeof(T) > 4 ? ArgKind::kInt64 : ArgKind::kInt32;
+  } else if constexpr (std::is_integral_v<T>) {
+    return sizeof(T) > 4 ? ArgKind::kInt64 : ArgKind::kInt32;
+  } else if constexpr (std::is_floating_point_v<T>) {
+    return ArgKind::kFloat;
+  } else if constexpr (std::is_null_pointer_v<T>) {
+    return ArgKind::kNull;
+  } else if constexpr (std::is_pointer_v<T>) {
+    using Pointee = std::remove_cv_t<std::remove_pointer_t<T>>;
+    if constexpr (std::is_same_v<Pointee, char16_t>) return ArgKind::kWideText;
+    else if constexpr (std::is_same_v<Pointee, char> || std::is_same_v<Pointee, char8_t>)
+      return ArgKind::kNarrowText;
+    else return ArgKind::kPointer;
+  } else {
+    return ArgKind::kOther;
+  }
+}
+
+constexpr bool IsInteger(ArgKind k) { return k == ArgKind::kInt32 || k == ArgKind::kInt64; }
+
+// Walks the format as the library's printing does: flags, width, precision,
+// size prefix, conversion. Conversions the printing copies as text ("%S",
+// "%ws", "%wd", an unknown letter) take no argument.
+consteval void CheckFormat(const char16_t* f, std::size_t n, const ArgKind* kinds,
+                           std::size_t count) {
+  for (std::size_t k = 0; k < count; ++k) {
+    if (kinds[k] == ArgKind::kTyped) format_error::typed_items_belong_in_ZYR_LOG_TYPED_not_in_a_format_call();
+    if (kinds[k] == ArgKind::kOther)
+      format_error::argument_type_unknown__pass_integers_floating_point_pointers_or_CountedText();
+  }
+  std::size_t next = 0;
+  auto take = [&]() -> ArgKind {
+    if (next == count) format_error::too_few_arguments_for_the_format();
+    return kinds[next++];
+  };
+  std::size_t i = 0;
+  while (i < n) {
+    if (f[i++] != u'%') continue;
+    std::size_t start = i;
+    while (i < n && (f[i] == u' ' || f[i] == u'#' || f[i] == u'+' || f[i] == u'-' || f[i] == u'0'))
+      ++i;
+    bool star = false, precisionStar = false;
+    if (i < n && f[i] == u'*') {
+      star = true;
+      ++i;
+    } else {
+      while (i < n && f[i] >= u'0' && f[i] <= u'9') ++i;
+    }
+    if (i < n && f[i] == u'.') {
+      ++i;
+      if (i < n && f[i] == u'*') {
+        precisionStar = true;
+        ++i;
+      } else {
+        while (i < n && f[i] >= u'0' && f[i] <= u'9') ++i;
+      }
+    }
+    // Size prefixes in the printing's order: I32 I64 ll hh l h w I z.
+    int size = 0;
+    auto at = [&](const char16_t* p) {
+      std::size_t k = 0;
+      while (p[k] && i + k < n && f[i + k] == p[k]) ++k;
+      return p[k] == 0;
+    };
+    if (at(u"I32")) size = 6, i += 3;
+    else if (at(u"I64")) size = 7, i += 3;
+    else if (at(u"ll")) size = 8, i += 2;
+    else if (at(u"hh")) size = 2, i += 2;
+    else if (at(u"l")) size = 4, i += 1;
+    else if (at(u"h")) size = 3, i += 1;
+    else if (at(u"w")) size = 1, i += 1;
+    else if (at(u"I")) size = 5, i += 1;
+    else if (at(u"z")) size = 5, i += 1;
+    if (i >= n || f[i] < 32 || f[i] > 127) {
+      i = start;  // not a conversion: the "%" is copied and scanning goes on
+      continue;
+    }
+    char16_t c = f[i++];
+    // The width and precision arguments come first, as the printing takes
+    // them; a conversion that turns out to be none takes them all the same.
+    if (star && !IsInteger(take())) format_error::star_width_or_precision_needs_an_int();
+    if (precisionStar && !IsInteger(take())) format_error::star_width_or_precision_needs_an_int();
+    switch (c) {
+      case u'd': case u'i': case u'u': case u'o': case u'x': case u'X': {
+        if (size == 1) break;  // "%wd" prints nothing and takes nothing
+        ArgKind k = take();
+        if (!IsInteger(k)) format_error::integer_conversion_needs_an_integer_or_enum__pointers_take_p();
+        if (k == ArgKind::kInt64 && (size == 0 || size == 4 || size == 6))
+          format_error::a_64_bit_integer_needs_lld_I64d_or_zd__d_and_ld_read_32_bits();
+        break;
+      }
+      case u'c':
+        if (!IsInteger(take())) format_error::c_needs_a_character_or_integer();
+        break;
+      case u'p': {
+        ArgKind k = take();
+        if (!IsInteger(k) && k != ArgKind::kPointer && k != ArgKind::kWideText &&
+            k != ArgKind::kNarrowText && k != ArgKind::kNull)
+          format_error::p_needs_a_pointer_or_integer();
+        break;
+      }
+      case u's': {
+        if (size == 0 || size == 4) {
+          ArgKind k = take();
+          if (k != ArgKind::kWideText && k != ArgKind::kNull)
+            format_error::s_needs_utf16_text_char16_t_pointer__a_narrow_char_pointer_needs_hs();
+        } else if (size == 3) {
+          ArgKind k = take();
+          if (k != ArgKind::kNarrowText && k != ArgKind::kNull) format_error::hs_needs_narrow_char_pointer();
+        }
+        break;
+      }
+      case u'Z':
+        if ((size == 0 || size == 1) && take() != ArgKind::kCounted)
+          format_error::Z_and_wZ_need_zyrlog_CountedText();
+        break;
+      case u'e': case u'E': case u'f': case u'g': case u'G':
+        if (take() != ArgKind::kFloat) format_error::floating_conversion_needs_float_or_double();
+        break;
+      default:
+        break;  // "%%" and what the printing copies as it stands
+    }
+  }
+  if (next != count) format_error::more_arguments_than_the_format_uses();
+}
+
+}  // namespace detail
+
+// The format parameter of the logging calls. A literal is checked against
+// Args while the call compiles; a pointer or RuntimeFormat passes unchecked.
+template <class... Args>
+struct FormatText {
+  const char16_t* text;
+
+  template <std::size_t N>
+  consteval FormatText(const char16_t (&format)[N]) : text(format) {
+    if constexpr (sizeof...(Args) > 0) {
+      constexpr detail::ArgKind kinds[] = {detail::KindOf<std::decay_t<Args>>()...};
+      detail::CheckFormat(format, N - 1, kinds, sizeof...(Args));
+    }
+  }
+  template <class P>
+    requires std::is_convertible_v<P, const char16_t*> && (!std::is_array_v<std::remove_reference_t<P>>)
+  constexpr FormatText(P format) noexcept : text(format) {}
+  constexpr FormatText(RuntimeFormat format) noexcept : text(format.text) {}
+};
+
+template <class... Args>
+using CheckedFormat = FormatText<std::type_identity_t<Args>...>;
+
+// ---------------------------------------------------------------------------
 // The calls behind the macros. They do not test the threshold: call them
 // after Enabled, as the logger's own operations expect.
 
 // A format message through Log. Without arguments the list is null, so the
 // logger takes the format as plain text.
 template <class... Args>
-inline ZyrResult LogFormat(ZyrLogger* logger, ZyrLogSeverity severity, const char16_t* format,
-                           const char16_t* fileName, std::uint32_t line,
-                           Args&&... args) noexcept {
+inline ZyrResult LogFormat(ZyrLogger* logger, ZyrLogSeverity severity,
+                           CheckedFormat<Args...> checked, const char16_t* fileName,
+                           std::uint32_t line, Args&&... args) noexcept {
+  const char16_t* format = checked.text;
   if constexpr (sizeof...(Args) == 0) {
     return logger->Log(severity, format, fileName, line, 0, 0, 0, 0, nullptr);
   } else {
