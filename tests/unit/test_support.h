@@ -141,6 +141,16 @@ inline int RunInChild(const std::function<int()>& body, int seconds = 20) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// The address and undefined-behaviour sanitizers test memory through a pipe
+// of their own, and report false faults once no descriptor is left.
+inline bool SanitizerNeedsDescriptors() {
+#if defined(__SANITIZE_ADDRESS__)
+  return true;
+#else
+  return false;
+#endif
+}
+
 // Uses up the descriptors of the calling process below a low limit, so that
 // the next open fails with "too many open files"; gives back what it took.
 // For a forked child only.
