@@ -13,6 +13,7 @@
 
 #include "appender/file_appender.h"
 #include "appender/file_lock.h"
+#include "appender/rolling_date_file_appender.h"
 #include "appender/rolling_file_appender.h"
 #include "base/file_lock.h"
 #include "base/result.h"
@@ -61,13 +62,17 @@ TEST_F(FileAppenderTest, LinkAtAPlainLogIsRefusedAndRetriedAtTheNextEvent) {
   EXPECT_EQ(ReadFile(Path("victim")), "untouched");
 }
 
-TEST_F(FileAppenderTest, LinkAtARollingLogOrItsLockFileIsRefused) {
+TEST_F(FileAppenderTest, LinkAtARollingLogOfEitherKindOrItsLockFileIsRefused) {
   WriteFile(Path("victim"), "untouched");
   ASSERT_EQ(symlink(Path("victim").c_str(), Path("r.log").c_str()), 0);
   auto* a = Make<ZyrLogRollingFileAppender>(u"RollingFile", {{u"FileName", u"r.log"}});
   EXPECT_EQ(Write(a, u"lost"), ZYR_E_INVALID_NAME);
   EXPECT_FALSE(a->IsOpened());
   ASSERT_EQ(unlink(Path("r.log").c_str()), 0);
+  ASSERT_EQ(symlink(Path("victim").c_str(), Path("d.log").c_str()), 0);
+  auto* d = Make<ZyrLogRollingDateFileAppender>(u"RollingDateFile", {{u"FileName", u"d.log"}});
+  EXPECT_EQ(Write(d, u"lost"), ZYR_E_INVALID_NAME);
+  ASSERT_EQ(unlink(Path("d.log").c_str()), 0);
 
   // The lock file, dangling or leading to a file: neither is created nor
   // touched, and no log is written without the lock file.
@@ -85,6 +90,8 @@ TEST_F(FileAppenderTest, LinkAtARollingLogOrItsLockFileIsRefused) {
   // Without the links both logs work at the next event.
   ASSERT_EQ(Write(a, u"kept"), ZYR_OK);
   EXPECT_EQ(ReadFile(Path("r.log")), kMark + "kept\r\n");
+  ASSERT_EQ(Write(d, u"kept"), ZYR_OK);
+  EXPECT_EQ(ReadFile(Path("d.log")), kMark + "kept\r\n");
   ASSERT_EQ(unlink(Path("s.log.lock").c_str()), 0);
   ASSERT_EQ(Write(s, u"kept"), ZYR_OK);
   EXPECT_FALSE(IsLink(Path("s.log.lock")));
