@@ -22,6 +22,11 @@ std::u16string DeepName(std::size_t levels) {
 }
 
 TEST(LoggerTreeDeep, HundredThousandLevelsAreWalkedWithoutRecursion) {
+#if defined(__SANITIZE_THREAD__)
+  // A reload holds every logger's lock at once; the sanitizer's lock-order
+  // check stops the process past 64 locks held by one thread.
+  GTEST_SKIP() << "the thread sanitizer follows at most 64 locks held by one thread";
+#endif
   const std::u16string name = DeepName(100000);
   {
     EngineFixture f;
