@@ -38,3 +38,20 @@ ZyrResult ZyrLogSetDecimal(ZyrCfgSection& section, const char16_t* key, std::uin
   if (negative) *--first = u'-';
   return section.SetValue(key, first);
 }
+
+ZyrResult ZyrLogRollingAppenderBase::WriteText(const char16_t* text, std::size_t length) {
+  if (!writer_.IsOpen() || (TargetCheckDue() && TargetMoved(writer_))) {
+    ZyrResult r = ReopenLiveFile();
+    if (ZyrFailed(r)) return r;
+  }
+  return WriteThrough(writer_, text, length);
+}
+
+ZyrResult ZyrLogRollingAppenderBase::ReopenLiveFile() {
+  (void)writer_.Close();
+  // The lock file may have gone with the folder; a new one must be the
+  // file that other processes lock. It is never held here: lines are
+  // written outside a rollover's lock.
+  if (fileLock_.State() == ZYR_LOCK_OPEN) fileLock_.Close();
+  return OpenTarget();
+}

@@ -16,6 +16,11 @@ class ZyrCfgSection;
 class ZyrLogRollingAppenderBase : public ZyrLogFileBasedAppender {
  public:
   // The live file only; the lock file stays open until Release.
+  // Open but without a file (a roll whose close failed went on and closed
+  // the file under the open state), or the live file gone from its name
+  // (another process rolled it, or the folder was removed): the live file
+  // is taken up again before the line.
+  ZyrResult WriteText(const char16_t* text, std::size_t length) override;
   ZyrResult CloseTarget() override;
   ZyrResult Release() override;
 
@@ -27,6 +32,7 @@ class ZyrLogRollingAppenderBase : public ZyrLogFileBasedAppender {
   // without the lock file nothing is written, so that a roll never runs
   // unguarded beside other processes.
   ZyrResult PrepareTarget(ZyrBasString& path);
+  ZyrResult ReopenLiveFile();
 
   ZyrLogFileWriter writer_;
   ZyrLogFileLock fileLock_;

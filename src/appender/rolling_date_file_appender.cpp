@@ -40,10 +40,6 @@ struct DatedFile {
 
 }  // namespace
 
-ZyrResult ZyrLogRollingDateFileAppender::WriteText(const char16_t* text, std::size_t length) {
-  return WriteThrough(writer_, text, length);
-}
-
 ZyrResult ZyrLogRollingDateFileAppender::Append(ZyrLogEvent&, const char16_t* text,
                                                 std::size_t length) {
   ZyrBasLockGuard guard(Lock());

@@ -24,7 +24,6 @@
 
 class ZyrLogRollingDateFileAppender final : public ZyrLogRollingAppenderBase {
  public:
-  ZyrResult WriteText(const char16_t* text, std::size_t length) override;
   // Rolls first when the day has changed, then writes: the first line of a
   // new day lands in the new file.
   ZyrResult Append(ZyrLogEvent& event, const char16_t* text, std::size_t length) override;

@@ -57,27 +57,6 @@ ZyrResult ExistingNumbers(const ZyrBasString& path, std::uint64_t low, std::uint
 
 }  // namespace
 
-ZyrResult ZyrLogRollingFileAppender::WriteText(const char16_t* text, std::size_t length) {
-  // Open but without a file (a rollover whose close failed went on and
-  // closed the file under the open state), or the live file gone from its
-  // name (another process rolled it, or the folder was removed): take up
-  // the live file again.
-  if (!writer_.IsOpen() || (TargetCheckDue() && TargetMoved(writer_))) {
-    ZyrResult r = ReopenLiveFile();
-    if (ZyrFailed(r)) return r;
-  }
-  return WriteThrough(writer_, text, length);
-}
-
-ZyrResult ZyrLogRollingFileAppender::ReopenLiveFile() {
-  (void)writer_.Close();
-  // The lock file may have gone with the folder; a new one must be the
-  // file that other processes lock. It is never held here: lines are
-  // written outside a rollover's lock.
-  if (fileLock_.State() == ZYR_LOCK_OPEN) fileLock_.Close();
-  return OpenTarget();
-}
-
 ZyrResult ZyrLogRollingFileAppender::Append(ZyrLogEvent&, const char16_t* text, std::size_t length) {
   ZyrBasLockGuard guard(Lock());
   if (rollClosing_) return WriteText(text, length);

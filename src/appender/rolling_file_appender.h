@@ -20,7 +20,6 @@ inline constexpr std::uint64_t kZyrLogDefaultFilesCount = 10;
 
 class ZyrLogRollingFileAppender final : public ZyrLogRollingAppenderBase {
  public:
-  ZyrResult WriteText(const char16_t* text, std::size_t length) override;
   // Writes, then rolls when the live file is above Size.
   ZyrResult Append(ZyrLogEvent& event, const char16_t* text, std::size_t length) override;
   // Opens the lock file once, then the live file, shared for renaming.
@@ -51,8 +50,6 @@ class ZyrLogRollingFileAppender final : public ZyrLogRollingAppenderBase {
   std::uint64_t FilesCount() const { return filesCount_; }
 
  private:
-  // The live file and the lock file closed and opened again.
-  ZyrResult ReopenLiveFile();
 
   std::int64_t size_ = kZyrLogDefaultRollSize;
   std::int64_t currentSize_ = 0;  // end of the live file seen after the last write

@@ -301,12 +301,16 @@ TEST_F(RemovedLogTest, PlainLogRemovedOrItsFolderRemovedIsOpenedAgain) {
 }
 
 TEST_F(RemovedLogTest, RollingLogFolderRemovedIsMadeAgainWithItsLockFile) {
-  Configure(u"RollingFile");
-  ASSERT_EQ(Say(u"first"), ZYR_OK);
-  ASSERT_TRUE(Exists(path_ + ".lock"));
-  zyrtest::RemoveTree(logs_);
-  EXPECT_TRUE(SayUntilWritten(u"after the folder went"));
-  EXPECT_TRUE(Exists(path_ + ".lock"));
+  for (const char16_t* type : {u"RollingFile", u"RollingDateFile"}) {
+    SCOPED_TRACE(zyrtest::Narrow(type));
+    ASSERT_EQ(f_.manager->ResetConfig(), ZYR_OK);  // "x" changes its type
+    Configure(type);
+    ASSERT_EQ(Say(u"first"), ZYR_OK);
+    ASSERT_TRUE(Exists(path_ + ".lock"));
+    zyrtest::RemoveTree(logs_);
+    EXPECT_TRUE(SayUntilWritten(u"after the folder went"));
+    EXPECT_TRUE(Exists(path_ + ".lock"));
+  }
 }
 
 }  // namespace
