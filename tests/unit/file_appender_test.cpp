@@ -63,14 +63,14 @@ using zyrtest::FileAppenderTest;
 // ---------------------------------------------------------------------------
 // The bytes of a log file
 
-TEST_F(FileAppenderTest, NewFileIsUtf8WithMarkAndCrLf) {
+// A new file, in a folder made for it, is UTF-8 with a mark and CR LF; an
+// existing one keeps its encoding and bytes.
+TEST_F(FileAppenderTest, NewFilesAreUtf8AndExistingFilesKeepTheirEncodingAndBytes) {
   auto* a = Make<ZyrLogFileAppender>(u"File", {{u"FileName", u"sub/a.log"}});
   ASSERT_EQ(Write(a, u"h\u00e9llo"), ZYR_OK);
   ASSERT_EQ(Write(a, u"x\U0001F600"), ZYR_OK);  // a surrogate pair: 4 bytes
   EXPECT_EQ(ReadFile(Path("sub/a.log")), kMark + "h\xc3\xa9llo\r\n" + "x\xf0\x9f\x98\x80\r\n");
-}
 
-TEST_F(FileAppenderTest, ExistingFilesKeepTheirEncodingAndBytes) {
   WriteFile(Path("u16.log"), std::string("\xff\xfe" "a\0\r\0\n\0", 8));
   WriteFile(Path("empty.log"), "");
   WriteFile(Path("plain.log"), "old\n");
