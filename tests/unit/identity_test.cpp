@@ -1,11 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <gnu/libc-version.h>
-#include <stdlib.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <string>
 #include <thread>
 
@@ -17,6 +16,8 @@ namespace {
 using zyrtest::ScopedEnv;
 using zyrtest::Str;
 
+const char16_t kVar[] = u"ZYR_IDENTITY_TEST_VAR";
+
 std::u16string ComputerName() {
   ZyrBasString s;
   ZyrBasStringRef ref(s);
@@ -24,23 +25,24 @@ std::u16string ComputerName() {
   return Str(s);
 }
 
+std::u16string OwnImage() {
+  char path[4096];
+  ssize_t n = readlink("/proc/self/exe", path, sizeof path - 1);
+  EXPECT_GT(n, 0);
+  return zyrtest::U16(std::string(path, n > 0 ? n : 0));  // the build tree has an ASCII path
+}
+
 TEST(IdentityComputerName, SourcesInOrderAndEmptyCountsAsNone) {
   ScopedEnv cluster("_CLUSTER_NETWORK_NAME_", "CLUSTERNODE");
   ScopedEnv computer("COMPUTERNAME", "WORKSTATION");
   EXPECT_EQ(ComputerName(), u"CLUSTERNODE");
-
   cluster.Set("");
   EXPECT_EQ(ComputerName(), u"WORKSTATION");
-
   cluster.Set(nullptr);
   computer.Set("");
   char host[256] = {};
-  std::u16string expected = u"localhost";
-  if (gethostname(host, sizeof host - 1) == 0 && host[0]) {
-    expected.clear();
-    for (const char* p = host; *p; ++p) expected += static_cast<char16_t>(*p);  // host names are ASCII
-  }
-  EXPECT_EQ(ComputerName(), expected);
+  bool named = gethostname(host, sizeof host - 1) == 0 && host[0];
+  EXPECT_EQ(ComputerName(), named ? zyrtest::U16(host) : u"localhost");  // host names are ASCII
 }
 
 TEST(IdentityEnv, UnsetAndEmptyEmptyTheTarget) {
@@ -49,10 +51,9 @@ TEST(IdentityEnv, UnsetAndEmptyEmptyTheTarget) {
   for (const char* value : {static_cast<const char*>(nullptr), ""}) {
     v.Set(value);
     ASSERT_EQ(out.AssignAscii("stale"), ZYR_OK);
-    EXPECT_EQ(ZyrBasGetEnv(u"ZYR_IDENTITY_TEST_VAR", out), ZYR_I_VARIABLE_EMPTY);
+    EXPECT_EQ(ZyrBasGetEnv(kVar, out), ZYR_I_VARIABLE_EMPTY);
     EXPECT_TRUE(out.Empty());
   }
-
   // A name with "=" is no name: it must not match the variable's prefix.
   v.Set("x");
   EXPECT_EQ(ZyrBasGetEnv(u"ZYR_IDENTITY_TEST_VAR=", out), ZYR_I_VARIABLE_EMPTY);
@@ -62,13 +63,12 @@ TEST(IdentityEnv, UnsetAndEmptyEmptyTheTarget) {
 TEST(IdentityEnv, ValueIsDecodedFromUtf8) {
   ScopedEnv v("ZYR_IDENTITY_TEST_VAR", "Z\xc3\xbcrich \xe2\x82\xac \xf0\x9d\x84\x9e");
   ZyrBasString out;
-  ASSERT_EQ(ZyrBasGetEnv(u"ZYR_IDENTITY_TEST_VAR", out), ZYR_OK);
+  ASSERT_EQ(ZyrBasGetEnv(kVar, out), ZYR_OK);
   EXPECT_EQ(Str(out), u"Z\u00fcrich \u20ac \U0001d11e");
-
   // A stray byte and a cut-off sequence are kept, escaped, as file names
   // keep them, so that a path in the environment reaches the same file.
   v.Set("a\xff" "b\xe2\x82");
-  ASSERT_EQ(ZyrBasGetEnv(u"ZYR_IDENTITY_TEST_VAR", out), ZYR_OK);
+  ASSERT_EQ(ZyrBasGetEnv(kVar, out), ZYR_OK);
   EXPECT_EQ(Str(out), u"a\xdcff" u"b\xdce2\xdc82");
 }
 
@@ -77,43 +77,26 @@ TEST(IdentityEnv, RawFormReportsTheSizeNeeded) {
   char16_t small[4] = {u'q', 0, 0, 0};
   ZyrBasCountedBuffer buffer = {1, 4, small};
   std::size_t needed = 0;
-  EXPECT_EQ(ZyrBasGetEnvRaw(u"ZYR_IDENTITY_TEST_VAR", buffer, &needed), ZYR_E_BUFFER_TOO_SMALL);
+  EXPECT_EQ(ZyrBasGetEnvRaw(kVar, buffer, &needed), ZYR_E_BUFFER_TOO_SMALL);
   EXPECT_EQ(needed, 7u);
   EXPECT_EQ(small[0], u'q');  // left as it was
-
   char16_t big[7];
   ZyrBasCountedBuffer fits = {0, 7, big};
-  EXPECT_EQ(ZyrBasGetEnvRaw(u"ZYR_IDENTITY_TEST_VAR", fits, &needed), ZYR_OK);
+  EXPECT_EQ(ZyrBasGetEnvRaw(kVar, fits, &needed), ZYR_OK);
   EXPECT_EQ(std::u16string(big), u"abcdef");
   EXPECT_EQ(fits.length, 6u);
 }
 
-// --------------------------------------------------------------------------
-
-std::u16string OwnImage() {
-  char path[4096];
-  ssize_t n = readlink("/proc/self/exe", path, sizeof path - 1);
-  EXPECT_GT(n, 0);
-  std::u16string s;
-  for (ssize_t i = 0; i < n; ++i) s += static_cast<char16_t>(static_cast<unsigned char>(path[i]));
-  return s;  // the build tree has an ASCII path
-}
-
-TEST(IdentityProcess, OwnImageAndNames) {
+TEST(IdentityProcess, ImagesOfThisProcessAChildAndOneGone) {
   ZyrBasString name;
   ASSERT_EQ(ZyrBasProcessName(ZyrBasCurrentProcessId(), name), ZYR_OK);
   EXPECT_EQ(Str(name), OwnImage());
-
-  std::size_t length = OwnImage().size();
   char16_t tiny[2];
   ZyrBasCountedBuffer buffer = {0, 2, tiny};
   std::size_t needed = 0;
-  EXPECT_EQ(ZyrBasProcessImagePath(ZyrBasCurrentProcessId(), buffer, &needed),
-            ZYR_E_BUFFER_TOO_SMALL);
-  EXPECT_EQ(needed, length + 1);
-}
+  EXPECT_EQ(ZyrBasProcessImagePath(ZyrBasCurrentProcessId(), buffer, &needed), ZYR_E_BUFFER_TOO_SMALL);
+  EXPECT_EQ(needed, OwnImage().size() + 1);
 
-TEST(IdentityProcess, OtherProcessesByTheirId) {
   // A child of ours, which we may always look at, running the same image.
   pid_t child = fork();
   if (child == 0) {
@@ -121,12 +104,10 @@ TEST(IdentityProcess, OtherProcessesByTheirId) {
     _exit(0);
   }
   ASSERT_GT(child, 0);
-  ZyrBasString name;
   EXPECT_EQ(ZyrBasProcessName(static_cast<std::uint32_t>(child), name), ZYR_OK);
   EXPECT_EQ(Str(name), OwnImage());
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
-
   // The reaped child is gone: no such process.
   EXPECT_EQ(ZyrBasProcessName(static_cast<std::uint32_t>(child), name), ZYR_E_INVALID_ARGUMENT);
   // Process 2 is the kernel's thread starter: it exists and has no image.
@@ -143,47 +124,34 @@ TEST(IdentityProcess, ThreadIdsAreDistinctAndFollowAFork) {
   std::thread([&] { other = ZyrBasCurrentThreadId(); }).join();
   EXPECT_NE(other, 0u);
   EXPECT_NE(other, mine);
-
   // In a child the forking thread is the first thread of a new process: a
   // kept id of the parent would be wrong there.
-  int fds[2];
-  ASSERT_EQ(pipe(fds), 0);
-  pid_t child = fork();
-  if (child == 0) {
-    std::uint32_t ids[2] = {ZyrBasCurrentThreadId(), ZyrBasCurrentProcessId()};
-    ssize_t ignored = write(fds[1], ids, sizeof ids);
-    (void)ignored;
-    _exit(0);
-  }
-  ASSERT_GT(child, 0);
-  std::uint32_t ids[2] = {};
-  EXPECT_EQ(read(fds[0], ids, sizeof ids), static_cast<ssize_t>(sizeof ids));
-  waitpid(child, nullptr, 0);
-  close(fds[0]);
-  close(fds[1]);
-  EXPECT_EQ(ids[0], static_cast<std::uint32_t>(child));
-  EXPECT_EQ(ids[1], static_cast<std::uint32_t>(child));
+  EXPECT_EQ(zyrtest::RunInChild([] {
+              std::uint32_t self = static_cast<std::uint32_t>(getpid());
+              return ZyrBasCurrentThreadId() == self && ZyrBasCurrentProcessId() == self ? 0 : 1;
+            }),
+            0);
 }
-
-// --------------------------------------------------------------------------
 
 void AFunctionOfTheProgram() {}
 
 TEST(IdentityModule, AddressInTheProgramInALibraryAndNowhere) {
   ZyrBasModuleInfo info;
   const void* address = reinterpret_cast<const void*>(&AFunctionOfTheProgram);
-  ASSERT_EQ(ZyrBasModuleAt(info, ZYR_MODULE_BASE | ZYR_MODULE_SIZE | ZYR_MODULE_PATH | ZYR_MODULE_NAME,
-                           address),
+  ASSERT_EQ(ZyrBasModuleAt(info, ZYR_MODULE_BASE | ZYR_MODULE_SIZE | ZYR_MODULE_PATH | ZYR_MODULE_NAME, address),
             ZYR_OK);
   EXPECT_EQ(Str(info.path), OwnImage());
   EXPECT_EQ(Str(info.name), u"zyr_unit_tests");
   EXPECT_LE(info.base, address);
   EXPECT_LT(address, static_cast<const char*>(info.base) + info.size);
+  // The unit tests link the library's objects into the program itself.
+  ZyrBasString directory;
+  ASSERT_EQ(ZyrBasOwnModuleDirectory(directory), ZYR_OK);
+  EXPECT_EQ(Str(directory), OwnImage().substr(0, OwnImage().rfind(u'/')));
 
   ZyrBasModuleInfo libc;
-  ASSERT_EQ(ZyrBasModuleAt(libc, ZYR_MODULE_NAME | ZYR_MODULE_PATH,
-                           reinterpret_cast<const void*>(&gnu_get_libc_version)),
-            ZYR_OK);
+  const void* inLibc = reinterpret_cast<const void*>(&gnu_get_libc_version);
+  ASSERT_EQ(ZyrBasModuleAt(libc, ZYR_MODULE_NAME | ZYR_MODULE_PATH, inLibc), ZYR_OK);
   EXPECT_EQ(Str(libc.name).rfind(u"libc", 0), 0u) << "name does not start with libc";
   EXPECT_EQ(libc.filled, static_cast<std::uint32_t>(ZYR_MODULE_NAME | ZYR_MODULE_PATH));
 
@@ -191,14 +159,6 @@ TEST(IdentityModule, AddressInTheProgramInALibraryAndNowhere) {
   ZyrBasModuleInfo none;
   EXPECT_EQ(ZyrBasModuleAt(none, ZYR_MODULE_PATH, &onTheStack), ZYR_E_INVALID_DATA);
   EXPECT_EQ(ZyrBasModuleAt(none, ZYR_MODULE_PATH, nullptr), ZYR_E_INVALID_DATA);
-}
-
-TEST(IdentityModule, OwnModuleAndItsDirectory) {
-  // The unit tests link the library's objects into the program itself.
-  ZyrBasString directory;
-  ASSERT_EQ(ZyrBasOwnModuleDirectory(directory), ZYR_OK);
-  std::u16string image = OwnImage();
-  EXPECT_EQ(Str(directory), image.substr(0, image.rfind(u'/')));
 }
 
 }  // namespace

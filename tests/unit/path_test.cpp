@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "base/memory.h"
 #include "base/path.h"
@@ -9,150 +10,116 @@
 namespace {
 
 // Wide test texts are ASCII here; narrowing them keeps failure output legible.
-std::string A(const char16_t* p, std::size_t n) {
+std::string A(const char16_t* p, std::size_t n = ZYR_TERMINATED) {
+  if (n == ZYR_TERMINATED) n = ZyrBasStrLen(p);
   std::string s;
   for (std::size_t i = 0; i < n; ++i) s += p[i] < 128 ? static_cast<char>(p[i]) : '#';
   return s;
 }
 std::string A(const ZyrBasString& s) { return A(s.Text(), s.Length()); }
 
+// Input, expected output, and for the last argument of a join or a full
+// path, the tail or the current directory.
+struct Case {
+  const char16_t* in;
+  const char* out;
+  const char16_t* with = nullptr;
+};
+
+// Runs `call` on each case; it gives the output text and checks the result.
+template <class Call>
+void Check(std::initializer_list<Case> cases, Call call) {
+  for (const Case& c : cases) {
+    SCOPED_TRACE(A(c.in) + (c.with ? " | " + A(c.with) : ""));
+    ZyrBasString out;
+    call(out, c);
+    EXPECT_EQ(A(out), c.out);
+  }
+}
+
 using Op = ZyrResult (*)(ZyrBasString&, const char16_t*, std::size_t);
-
-std::string Apply(Op op, const char16_t* path, ZyrResult expected = ZYR_OK) {
-  ZyrBasString out;
-  EXPECT_EQ(op(out, path, ZYR_TERMINATED), expected) << A(path, ZyrBasStrLen(path));
-  return A(out);
-}
-
-std::string Join(const char16_t* base, const char16_t* tail, bool simple = false) {
-  ZyrBasString out;
-  ZyrResult r = simple ? ZyrBasPathJoinSimple(out, base, ZYR_TERMINATED, tail)
-                       : ZyrBasPathJoin(out, base, ZYR_TERMINATED, tail);
-  EXPECT_EQ(r, ZYR_OK);
-  return A(out);
-}
-
-std::string Full(const char16_t* path, const char16_t* cwd, ZyrResult expected = ZYR_OK) {
-  ZyrBasString out;
-  EXPECT_EQ(ZyrBasFullPathFrom(out, path, ZYR_TERMINATED, cwd), expected) << A(path, ZyrBasStrLen(path));
-  return A(out);
+void Check(Op op, std::initializer_list<Case> cases) {
+  Check(cases, [op](ZyrBasString& out, const Case& c) { EXPECT_EQ(op(out, c.in, ZYR_TERMINATED), ZYR_OK); });
 }
 
 }  // namespace
 
 TEST(PathForms, AbsoluteAndRootLength) {
-  EXPECT_TRUE(ZyrBasPathIsAbsolute(u"C:"));
-  EXPECT_TRUE(ZyrBasPathIsAbsolute(u"/\\server"));
-  EXPECT_FALSE(ZyrBasPathIsAbsolute(u"C:x"));
-  EXPECT_FALSE(ZyrBasPathIsAbsolute(u"/var/log/a.log"));  // rooted, not absolute
-  EXPECT_FALSE(ZyrBasPathIsAbsolute(u""));
-
-  EXPECT_EQ(ZyrBasPathRootLength(u"C:"), 2u);
-  EXPECT_EQ(ZyrBasPathRootLength(u"C:\\x"), 3u);
-  EXPECT_EQ(ZyrBasPathRootLength(u"\\\\"), 2u);
-  EXPECT_EQ(ZyrBasPathRootLength(u"\\\\s\\share"), 9u);
-  EXPECT_EQ(ZyrBasPathRootLength(u"\\\\s\\"), 4u);
-  EXPECT_EQ(ZyrBasPathRootLength(u"\\\\server"), 8u);
-  EXPECT_EQ(ZyrBasPathRootLength(u"/x"), 1u);
-  EXPECT_EQ(ZyrBasPathRootLength(u"x\\y"), 0u);
-  EXPECT_EQ(Apply(ZyrBasPathRoot, u"//s/share/x"), "//s/share");
+  for (auto [path, absolute] : {std::pair{u"C:", true}, {u"/\\server", true}, {u"C:x", false},
+                                {u"/var/log/a.log", false} /* rooted, not absolute */, {u"", false}})
+    EXPECT_EQ(ZyrBasPathIsAbsolute(path), absolute) << A(path);
+  for (auto [path, length] : {std::pair<const char16_t*, std::size_t>{u"C:", 2}, {u"C:\\x", 3}, {u"\\\\", 2},
+                              {u"\\\\s\\share", 9}, {u"\\\\s\\", 4}, {u"\\\\server", 8}, {u"/x", 1}, {u"x\\y", 0}})
+    EXPECT_EQ(ZyrBasPathRootLength(path), length) << A(path);
+  Check(ZyrBasPathRoot, {{u"//s/share/x", "//s/share"}});
 }
 
-TEST(PathParts, Directory) {
-  EXPECT_EQ(Apply(ZyrBasPathDirectory, u"C:"), "C:/");  // a written separator is "/"
-  EXPECT_EQ(Apply(ZyrBasPathDirectory, u"C:\\x\\"), "C:\\");
-  EXPECT_EQ(Apply(ZyrBasPathDirectory, u"C:\\x\\y"), "C:\\x");
-  EXPECT_EQ(Apply(ZyrBasPathDirectory, u"C:\\x\\\\y"), "C:\\x");
-  EXPECT_EQ(Apply(ZyrBasPathDirectory, u"\\"), "/");
-  EXPECT_EQ(Apply(ZyrBasPathDirectory, u"x"), "");
-  EXPECT_EQ(Apply(ZyrBasPathDirectory, u"/var/log/a.log"), "/var/log");
-
+TEST(PathParts, DirectoryDriveRootFileNameStemAndExtension) {
+  Check(ZyrBasPathDirectory, {{u"C:", "C:/"} /* a written separator is "/" */, {u"C:\\x\\", "C:\\"},
+                              {u"C:\\x\\y", "C:\\x"}, {u"C:\\x\\\\y", "C:\\x"}, {u"\\", "/"}, {u"x", ""},
+                              {u"/var/log/a.log", "/var/log"}});
   // The target may be the input itself.
   ZyrBasString s;
   ASSERT_EQ(s.Assign(u"C:\\logs\\common.log"), ZYR_OK);
   ASSERT_EQ(ZyrBasPathDirectory(s, s.Text(), s.Length()), ZYR_OK);
   EXPECT_EQ(A(s), "C:\\logs");
-}
 
-TEST(PathParts, DriveRootAndFileName) {
-  EXPECT_EQ(Apply(ZyrBasPathDriveRoot, u"C:\\x\\y"), "C:/");
-  EXPECT_EQ(Apply(ZyrBasPathDriveRoot, u"dev:x"), "dev:/");
-  ZyrBasString out;
-  ASSERT_EQ(out.Assign(u"stale"), ZYR_OK);
-  EXPECT_EQ(ZyrBasPathDriveRoot(out, u"\\\\s\\h"), ZYR_E_INVALID_DATA);
-  EXPECT_TRUE(out.Empty());
+  Check(ZyrBasPathDriveRoot, {{u"C:\\x\\y", "C:/"}, {u"dev:x", "dev:/"}});
+  ASSERT_EQ(s.Assign(u"stale"), ZYR_OK);
+  EXPECT_EQ(ZyrBasPathDriveRoot(s, u"\\\\s\\h"), ZYR_E_INVALID_DATA);
+  EXPECT_TRUE(s.Empty());
 
-  EXPECT_EQ(Apply(ZyrBasPathFileName, u"d/a.log"), "a.log");
-  EXPECT_EQ(Apply(ZyrBasPathFileName, u"C:"), "");
-  EXPECT_EQ(Apply(ZyrBasPathFileName, u"1:"), "1:");  // not a drive letter
-  EXPECT_EQ(Apply(ZyrBasPathFileName, u"C:x"), "C:x");  // ":" is no separator here
-  EXPECT_EQ(Apply(ZyrBasPathFileName, u"a\\"), "");
-}
-
-TEST(PathParts, StemAndExtension) {
-  EXPECT_EQ(Apply(ZyrBasPathExtension, u"a.b\\c"), "");
-  EXPECT_EQ(Apply(ZyrBasPathExtension, u"a.tar.gz"), ".gz");
-  EXPECT_EQ(Apply(ZyrBasPathExtension, u"a."), "");
-  EXPECT_EQ(Apply(ZyrBasPathExtension, u"C:.x"), ".x");
-  EXPECT_EQ(Apply(ZyrBasPathExtension, u"a.b:c"), "");
-
-  EXPECT_EQ(Apply(ZyrBasPathStem, u"C:\\d\\a.tar.gz"), "a.tar");
-  EXPECT_EQ(Apply(ZyrBasPathStem, u"a.b\\c"), "c");  // the dot before the name does not count
-  EXPECT_EQ(Apply(ZyrBasPathStem, u"C:a.log"), "a");
+  // "1:" has no drive letter; after a drive letter ":" is no separator.
+  Check(ZyrBasPathFileName, {{u"d/a.log", "a.log"}, {u"C:", ""}, {u"1:", "1:"}, {u"C:x", "C:x"}, {u"a\\", ""}});
+  Check(ZyrBasPathExtension,
+        {{u"a.b\\c", ""}, {u"a.tar.gz", ".gz"}, {u"a.", ""}, {u"C:.x", ".x"}, {u"a.b:c", ""}});
+  // The dot before the name does not count.
+  Check(ZyrBasPathStem, {{u"C:\\d\\a.tar.gz", "a.tar"}, {u"a.b\\c", "c"}, {u"C:a.log", "a"}});
 }
 
 TEST(PathParts, ChangeExtension) {
-  auto change = [](const char16_t* path, const char16_t* ext) {
-    ZyrBasString out;
-    EXPECT_EQ(ZyrBasPathChangeExtension(out, path, ZYR_TERMINATED, ext), ZYR_OK);
-    return A(out);
-  };
-  EXPECT_EQ(change(u"a\\", u"log"), "a\\");
-  EXPECT_EQ(change(u"C:", u"log"), "C:");
-  EXPECT_EQ(change(u"a", u"log"), "a.log");
-  EXPECT_EQ(change(u"a.b", u".c"), "a.c");
-  EXPECT_EQ(change(u"d.x\\a", u"c"), "d.x\\a.c");
+  Check({{u"a\\", "a\\", u"log"}, {u"C:", "C:", u"log"}, {u"a", "a.log", u"log"}, {u"a.b", "a.c", u".c"},
+         {u"d.x\\a", "d.x\\a.c", u"c"}},
+        [](ZyrBasString& out, const Case& c) {
+          EXPECT_EQ(ZyrBasPathChangeExtension(out, c.in, ZYR_TERMINATED, c.with), ZYR_OK);
+        });
   ZyrBasString out;
   EXPECT_EQ(ZyrBasPathChangeExtension(out, u"a", ZYR_TERMINATED, u""), ZYR_E_INVALID_ARGUMENT);
 }
 
 TEST(PathJoin, Rules) {
-  EXPECT_EQ(Join(u"C:\\dir", u"\\x"), "C:\\x");
-  EXPECT_EQ(Join(u"\\\\s\\h\\d", u"\\x"), "\\x");
-  EXPECT_EQ(Join(u"a", u"b"), "a/b");
-  EXPECT_EQ(Join(u"a\\", u"b"), "a\\b");
-  EXPECT_EQ(Join(u"a/", u"b"), "a/b");
-  EXPECT_EQ(Join(u"anything", u"D:\\x"), "D:\\x");
-  EXPECT_EQ(Join(u"anything", u"\\\\s\\h"), "\\\\s\\h");
-  EXPECT_EQ(Join(u"base", u""), "base");
-  // A POSIX absolute name is rooted: it stays itself after any base but a drive.
-  EXPECT_EQ(Join(u"/home/u/logs", u"/var/log/a.log"), "/var/log/a.log");
-  EXPECT_EQ(Join(u"C:x", u"\\y"), "\\y");  // a drive-relative base is not absolute
-
-  EXPECT_EQ(Join(u"C:\\dir", u"\\x", true), "\\x");
-  EXPECT_EQ(Join(u"C:\\dir", u"x", true), "C:\\dir/x");  // what stands is kept, what is added is "/"
+  Check({{u"C:\\dir", "C:\\x", u"\\x"}, {u"\\\\s\\h\\d", "\\x", u"\\x"}, {u"a", "a/b", u"b"},
+         {u"a\\", "a\\b", u"b"}, {u"a/", "a/b", u"b"}, {u"anything", "D:\\x", u"D:\\x"},
+         {u"anything", "\\\\s\\h", u"\\\\s\\h"}, {u"base", "base", u""},
+         // A POSIX absolute name is rooted: it stays itself after any base but a drive.
+         {u"/home/u/logs", "/var/log/a.log", u"/var/log/a.log"},
+         {u"C:x", "\\y", u"\\y"}},  // a drive-relative base is not absolute
+        [](ZyrBasString& out, const Case& c) {
+          EXPECT_EQ(ZyrBasPathJoin(out, c.in, ZYR_TERMINATED, c.with), ZYR_OK);
+        });
+  // The simple join: what stands is kept, what is added is "/".
+  Check({{u"C:\\dir", "\\x", u"\\x"}, {u"C:\\dir", "C:\\dir/x", u"x"}}, [](ZyrBasString& out, const Case& c) {
+    EXPECT_EQ(ZyrBasPathJoinSimple(out, c.in, ZYR_TERMINATED, c.with), ZYR_OK);
+  });
 }
 
 TEST(PathFull, NormalisesByText) {
-  EXPECT_EQ(Full(u"a\\..\\b\\.\\c", u"\\home\\u"), "/home/u/b/c");
-  EXPECT_EQ(Full(u"../../../x", u"\\home\\u"), "/x");
-  EXPECT_EQ(Full(u"/var//log/./a.log", u"\\home\\u"), "/var/log/a.log");
-  EXPECT_EQ(Full(u"logs\\", u"\\home\\u"), "/home/u/logs/");
-  EXPECT_EQ(Full(u"C:\\a\\..\\..\\b", u"\\home"), "C:/b");
-  EXPECT_EQ(Full(u"C:x", u"\\home"), "C:/x");
-  EXPECT_EQ(Full(u"\\x\\y", u"D:\\work"), "D:/x/y");  // rooted takes the drive of the current directory
-  EXPECT_EQ(Full(u"//s/share/a/../../b", u"\\home"), "//s/share/b");
-  EXPECT_EQ(Full(u"\\\\s\\share\\..", u"\\home"), "//s/share");
-  EXPECT_EQ(Full(u"name.", u"\\d"), "/d/name.");  // trailing dots are part of a name here
-  // A name that starts with ":" at the root is no drive: normalising twice
-  // gives the same path (Linux allows "/:x").
-  EXPECT_EQ(Full(u"/:x/y", u"\\home"), "/:x/y");
-  EXPECT_EQ(Full(u":x", u"\\"), "/:x");
-  EXPECT_EQ(Full(u"\\y", u"\\:x"), "/y");
+  Check({{u"a\\..\\b\\.\\c", "/home/u/b/c", u"\\home\\u"}, {u"../../../x", "/x", u"\\home\\u"},
+         {u"/var//log/./a.log", "/var/log/a.log", u"\\home\\u"}, {u"logs\\", "/home/u/logs/", u"\\home\\u"},
+         {u"C:\\a\\..\\..\\b", "C:/b", u"\\home"}, {u"C:x", "C:/x", u"\\home"},
+         {u"\\x\\y", "D:/x/y", u"D:\\work"},  // rooted takes the drive of the current directory
+         {u"//s/share/a/../../b", "//s/share/b", u"\\home"}, {u"\\\\s\\share\\..", "//s/share", u"\\home"},
+         {u"name.", "/d/name.", u"\\d"},  // trailing dots are part of a name here
+         // A name that starts with ":" at the root is no drive: normalising
+         // twice gives the same path (Linux allows "/:x").
+         {u"/:x/y", "/:x/y", u"\\home"}, {u":x", "/:x", u"\\"}, {u"\\y", "/y", u"\\:x"},
+         {u"", "", u"\\home"}, {u"x", "", u"relative"}},
+        [](ZyrBasString& out, const Case& c) {
+          EXPECT_EQ(ZyrBasFullPathFrom(out, c.in, ZYR_TERMINATED, c.with),
+                    *c.out ? ZYR_OK : ZYR_E_UNEXPECTED_SYSTEM_RESULT);
+        });
   EXPECT_EQ(ZyrBasPathRootLength(u"\\:x"), 1u);
   EXPECT_FALSE(ZyrBasPathIsAbsolute(u"/:"));
-  Full(u"", u"\\home", ZYR_E_UNEXPECTED_SYSTEM_RESULT);
-  Full(u"x", u"relative", ZYR_E_UNEXPECTED_SYSTEM_RESULT);
 }
 
 TEST(PathFull, UsesTheProcessCurrentDirectory) {
@@ -161,9 +128,7 @@ TEST(PathFull, UsesTheProcessCurrentDirectory) {
   ASSERT_GT(cwd.Length(), 0u);
   EXPECT_EQ(cwd[0], u'/');
   ASSERT_EQ(ZyrBasFullPath(full, u"sub\\..\\f.log"), ZYR_OK);
-  std::string expected = A(cwd);
-  if (expected != "/") expected += "/";
-  EXPECT_EQ(A(full), expected + "f.log");
+  EXPECT_EQ(A(full), A(cwd) + (A(cwd) == "/" ? "" : "/") + "f.log");
 }
 
 TEST(PathFull, OutOfMemoryLeavesTargetAlone) {
@@ -177,14 +142,15 @@ TEST(PathFull, OutOfMemoryLeavesTargetAlone) {
   EXPECT_EQ(A(out), "kept");
 }
 
-TEST(PathNative, SeparatorsAndEncoding) {
+TEST(PathNative, SeparatorsEncodingAndInvalidBytes) {
   ZyrBasNarrowText n;
+  auto native = [&n] { return std::string(n.Data(), n.Length()); };
   ASSERT_EQ(ZyrBasNativePath(u"\\var\\log/a.log", ZYR_TERMINATED, n), ZYR_OK);
-  EXPECT_EQ(std::string(n.Data(), n.Length()), "/var/log/a.log");
+  EXPECT_EQ(native(), "/var/log/a.log");
   // U+00E9, U+20AC and U+1F600 (a surrogate pair).
   const char16_t wide[] = {u'\u00e9', u'\u20ac', 0xd83d, 0xde00, 0};
   ASSERT_EQ(ZyrBasNativePath(wide, ZYR_TERMINATED, n), ZYR_OK);
-  EXPECT_EQ(std::string(n.Data(), n.Length()), "\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80");
+  EXPECT_EQ(native(), "\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80");
 
   // No partial names: NUL inside, a lone high surrogate, nothing at all.
   const char16_t withNul[] = {u'a', 0, u'b'};
@@ -192,55 +158,54 @@ TEST(PathNative, SeparatorsAndEncoding) {
   const char16_t lone[] = {u'a', 0xd800, u'b', 0};
   EXPECT_EQ(ZyrBasNativePath(lone, ZYR_TERMINATED, n), ZYR_E_PATH_NOT_FOUND);
   EXPECT_EQ(ZyrBasNativePath(u"", ZYR_TERMINATED, n), ZYR_E_PATH_NOT_FOUND);
-}
 
-TEST(PathNative, InvalidBytesRoundTrip) {
-  // An overlong "/", a stray continuation byte and a cut sequence.
-  const char raw[] = "a\xc0\xaf" "b\x80" "c\xe2\x82";
-  ZyrBasString wide;
-  ASSERT_EQ(ZyrBasWideFromNative(raw, sizeof raw - 1, wide), ZYR_OK);
-  EXPECT_EQ(wide.Length(), 8u);
-  EXPECT_EQ(wide[1], 0xdcc0);
-  ZyrBasNarrowText back;
-  ASSERT_EQ(ZyrBasNativePath(wide.Text(), wide.Length(), back), ZYR_OK);
-  EXPECT_EQ(std::string(back.Data(), back.Length()), std::string(raw, sizeof raw - 1));
+  // An overlong "/", a stray continuation byte and a cut sequence survive
+  // the way through wide text and back.
+  const std::string raw = "a\xc0\xaf" "b\x80" "c\xe2\x82";
+  ZyrBasString escaped;
+  ASSERT_EQ(ZyrBasWideFromNative(raw.data(), raw.size(), escaped), ZYR_OK);
+  EXPECT_EQ(escaped.Length(), 8u);
+  EXPECT_EQ(escaped[1], 0xdcc0);
+  ASSERT_EQ(ZyrBasNativePath(escaped.Text(), escaped.Length(), n), ZYR_OK);
+  EXPECT_EQ(native(), raw);
 }
 
 namespace {
 
-std::string NtToDos(const ZyrBasDriveMap* map, const char16_t* path, ZyrResult expected = ZYR_OK) {
-  ZyrBasString out;
-  EXPECT_EQ(ZyrBasNtToDosPath(map, out, path), expected) << A(path, ZyrBasStrLen(path));
-  return A(out);
+// NT names to the names of drives and shares; an empty expected text is a
+// failure with `error`.
+struct NtCase {
+  const char16_t* in;
+  const char* out;
+  ZyrResult error = ZYR_OK;
+};
+
+void CheckNt(const ZyrBasDriveMap* map, std::initializer_list<NtCase> cases) {
+  for (const NtCase& c : cases) {
+    ZyrBasString out;
+    EXPECT_EQ(ZyrBasNtToDosPath(map, out, c.in), c.error) << A(c.in);
+    if (c.error == ZYR_OK) {
+      EXPECT_EQ(A(out), c.out) << A(c.in);
+    }
+  }
 }
 
 }  // namespace
 
-TEST(PathNtNames, Classification) {
-  EXPECT_EQ(NtToDos(nullptr, u"C:\\x"), "C:\\x");
-  NtToDos(nullptr, u"C:x", ZYR_E_INVALID_ARGUMENT);
-  NtToDos(nullptr, u"relative", ZYR_E_INVALID_ARGUMENT);
-  EXPECT_EQ(NtToDos(nullptr, u"\\??\\C:\\x"), "C:\\x");
-  EXPECT_EQ(NtToDos(nullptr, u"\\\\?\\D:"), "D:");
-  NtToDos(nullptr, u"\\??\\C:x", ZYR_E_INVALID_ARGUMENT);
-  EXPECT_EQ(NtToDos(nullptr, u"\\\\?\\unc\\server\\share\\f"), "\\\\server\\share\\f");
-  NtToDos(nullptr, u"\\\\?\\Volume{1}\\x", ZYR_E_INVALID_ARGUMENT);
-  NtToDos(nullptr, u"\\\\.\\COM1", ZYR_E_UNSUPPORTED_TYPE);
-  EXPECT_EQ(NtToDos(nullptr, u"\\\\server\\share"), "\\\\server\\share");
-  EXPECT_EQ(NtToDos(nullptr, u"\\??\\UNC\\s\\h\\f"), "\\\\s\\h\\f");
-  // "\??\" alone is no NT object name; what is left is no device either.
-  NtToDos(nullptr, u"\\??\\", ZYR_E_INVALID_ARGUMENT);
-  NtToDos(nullptr, u"\\Device\\abc", ZYR_E_INVALID_ARGUMENT);  // fewer than 5 behind the prefix
-  NtToDos(nullptr, u"\\SystemRoot\\System32\\x", ZYR_E_PATH_NOT_FOUND);
-}
-
-TEST(PathNtNames, Redirectors) {
-  EXPECT_EQ(NtToDos(nullptr, u"\\Device\\Mup\\;LanmanRedirector\\;Z:000\\server\\share\\f"),
-            "\\\\server\\share\\f");
-  EXPECT_EQ(NtToDos(nullptr, u"\\Device\\LanmanRedirector\\;Z:000\\server\\share\\f"),
-            "\\\\server\\share\\f");
-  EXPECT_EQ(NtToDos(nullptr, u"\\Device\\WinDfs\\Root\\s\\h"), "\\\\s\\h");
-  EXPECT_EQ(NtToDos(nullptr, u"\\Device\\HGFS\\s\\h"), "\\\\s\\h");
+TEST(PathNtNames, ClassificationAndRedirectors) {
+  const ZyrResult kInvalid = ZYR_E_INVALID_ARGUMENT;
+  CheckNt(nullptr, {{u"C:\\x", "C:\\x"}, {u"C:x", "", kInvalid}, {u"relative", "", kInvalid},
+                    {u"\\??\\C:\\x", "C:\\x"}, {u"\\\\?\\D:", "D:"}, {u"\\??\\C:x", "", kInvalid},
+                    {u"\\\\?\\unc\\server\\share\\f", "\\\\server\\share\\f"},
+                    {u"\\\\?\\Volume{1}\\x", "", kInvalid}, {u"\\\\.\\COM1", "", ZYR_E_UNSUPPORTED_TYPE},
+                    {u"\\\\server\\share", "\\\\server\\share"}, {u"\\??\\UNC\\s\\h\\f", "\\\\s\\h\\f"},
+                    // "\??\" alone is no NT object name; what is left is no device either.
+                    {u"\\??\\", "", kInvalid},
+                    {u"\\Device\\abc", "", kInvalid},  // fewer than 5 behind the prefix
+                    {u"\\SystemRoot\\System32\\x", "", ZYR_E_PATH_NOT_FOUND}});
+  CheckNt(nullptr, {{u"\\Device\\Mup\\;LanmanRedirector\\;Z:000\\server\\share\\f", "\\\\server\\share\\f"},
+                    {u"\\Device\\LanmanRedirector\\;Z:000\\server\\share\\f", "\\\\server\\share\\f"},
+                    {u"\\Device\\WinDfs\\Root\\s\\h", "\\\\s\\h"}, {u"\\Device\\HGFS\\s\\h", "\\\\s\\h"}});
 }
 
 TEST(PathNtNames, DriveMap) {
@@ -262,12 +227,6 @@ TEST(PathNtNames, DriveMap) {
   ASSERT_EQ(ZyrBasDeviceToDrive(map, out, u"\\Device\\HarddiskVolume1"), ZYR_OK);
   EXPECT_EQ(A(out), "C:");
   EXPECT_EQ(ZyrBasDeviceToDrive(map, out, u"\\Device\\HarddiskVolume1\\x"), ZYR_E_PATH_NOT_FOUND);
-
-  EXPECT_EQ(NtToDos(&map, u"\\Device\\HarddiskVolume1\\logs\\a.log"), "C:\\logs\\a.log");
-  NtToDos(&map, u"\\Device\\HarddiskVolume2\\x", ZYR_E_PATH_NOT_FOUND);
-
-  ZyrBasDriveMap none;
-  ASSERT_EQ(ZyrBasBuildDriveMap(none), ZYR_OK);
-  EXPECT_TRUE(none.loaded);
-  EXPECT_EQ(none.count, 0u);
+  CheckNt(&map, {{u"\\Device\\HarddiskVolume1\\logs\\a.log", "C:\\logs\\a.log"},
+                 {u"\\Device\\HarddiskVolume2\\x", "", ZYR_E_PATH_NOT_FOUND}});
 }
