@@ -43,16 +43,13 @@ TEST(SystemInfo, FactsOfThisSystem) {
 
 TEST(SystemInfo, KernelNamesAndKinds) {
   std::uint32_t major, minor, patch;
-  ZyrBasParseKernelRelease("6.1.0-13-amd64", &major, &minor, &patch);
-  EXPECT_EQ(major * 10000 + minor * 100 + patch, 60100u);
-  ZyrBasParseKernelRelease("5.15", &major, &minor, &patch);
-  EXPECT_EQ(major * 10000 + minor * 100 + patch, 51500u);
-  ZyrBasParseKernelRelease("", &major, &minor, &patch);
-  EXPECT_EQ(major + minor + patch, 0u);
-  EXPECT_EQ(ZyrBasArchitectureKindOf("x86_64"), ZYR_ARCH_AMD64);
-  EXPECT_EQ(ZyrBasArchitectureKindOf("aarch64"), ZYR_ARCH_AMD64);
-  EXPECT_EQ(ZyrBasArchitectureKindOf("ia64"), ZYR_ARCH_IA64);
-  EXPECT_EQ(ZyrBasArchitectureKindOf("i686"), ZYR_ARCH_X86);
+  for (auto [release, number] : {std::pair{"6.1.0-13-amd64", 60100u}, {"5.15", 51500u}, {"", 0u}}) {
+    ZyrBasParseKernelRelease(release, &major, &minor, &patch);
+    EXPECT_EQ(major * 10000 + minor * 100 + patch, number) << release;
+  }
+  for (auto [name, kind] : {std::pair{"x86_64", ZYR_ARCH_AMD64}, {"aarch64", ZYR_ARCH_AMD64},
+                            {"ia64", ZYR_ARCH_IA64}, {"i686", ZYR_ARCH_X86}})
+    EXPECT_EQ(ZyrBasArchitectureKindOf(name), kind) << name;
   ZyrBasString text;
   ASSERT_EQ(ZyrBasComposeKernelOsText("Linux", "6.1.0", "#1 SMP", ZYR_ARCH_AMD64, text), ZYR_OK);
   EXPECT_EQ(zyrtest::Str(text), u"Linux 6.1.0 (64-bit), #1 SMP");
