@@ -73,14 +73,11 @@ TEST(SystemInfo, NtNamesFromTheirTables) {
   EXPECT_EQ(Nt(6, 1, 1, 2, 0, 28), u"Microsoft(R) Windows(R) 7 (64-bit), 6.1.7601  Build 7601");
   // NT 5.x by suite mask.
   EXPECT_EQ(Nt(5, 0, 1, 1, 0x200), u"Microsoft(R) Windows(R) 2000 Professional, 5.0.7601  Build 7601");
-  EXPECT_EQ(Nt(5, 0, 3, 1, 0x82), u"Microsoft(R) Windows(R) 2000 Datacenter Server, 5.0.7601  Build 7601");
   EXPECT_EQ(Nt(5, 1, 1, 1, 0x200), u"Microsoft(R) Windows(R) XP Home Edition, 5.1.7601  Build 7601");
   EXPECT_EQ(Nt(5, 2, 1, 2), u"Microsoft(R) Windows(R) XP Professional x64 Edition, 5.2.7601  Build 7601");
-  EXPECT_EQ(Nt(5, 2, 3, 1, 0x2000), u"Microsoft(R) Windows(R) Storage Server 2003 Standard Edition, 5.2.7601  Build 7601");
   EXPECT_EQ(Nt(5, 2, 3, 2, 0x2), u"Microsoft(R) Windows(R) Server 2003 Enterprise x64 Edition, 5.2.7601  Build 7601");
   EXPECT_EQ(Nt(5, 2, 3, 3), u"Microsoft(R) Windows(R) Server 2003, 5.2.7601  Build 7601");
   EXPECT_EQ(Nt(5, 2, 3, 1, 0x4082), u"Microsoft(R) Windows(R) Server 2003 Compute Cluster Edition, 5.2.7601  Build 7601");
-  EXPECT_EQ(Nt(4, 0, 1, 1), u"Microsoft(R) Windows(R), 4.0.7601  Build 7601");
   std::u16string csd(300, u'x');
   EXPECT_EQ(Nt(6, 1, 1, 2, 0, -1, csd.c_str()).size(), 255u);
 }
