@@ -186,6 +186,21 @@ ZyrBasString QueryOk(ZyrBasRegKey& key, const char16_t* name) {
   return value;
 }
 
+std::u16string ResultText(ZyrResult r) { return u"result " + zyrtest::U16(std::to_string(r)); }
+
+// The string value `name` of key `path` below `root` in `view`, or the
+// result of the first step that failed.
+std::u16string ValueOf(const char16_t* path, const char16_t* name, ZyrBasRegHandle root = ZYR_HKEY_LOCAL_MACHINE,
+                       std::uint32_t view = ZYR_REG_VIEW_DEFAULT) {
+  ZyrBasRegKey key;
+  ZyrBasString value;
+  ZyrResult r = key.SetRoot(root);
+  if (r == ZYR_OK && view != ZYR_REG_VIEW_DEFAULT) r = key.SetViewFlags(view);
+  if (r == ZYR_OK) r = key.Open(path);
+  if (r == ZYR_OK) r = key.QueryString(name, value);
+  return r == ZYR_OK ? Str(value) : ResultText(r);
+}
+
 TEST_F(RegistryStore, KeysAreFoldersFoundWithoutCaseAndValuesAreRead) {
   Values("MACHINE/software/zyr/Product", "\xEF\xBB\xBFName = sz:Caf\xC3\xA9\nType = expand_sz:%HOME%/x\nSize = dword:7\n");
   ZyrBasRegKey key;
@@ -279,39 +294,28 @@ TEST_F(RegistryStore, FailedAllocationsAnswerOutOfMemory) {
 
 TEST_F(RegistryStore, CurrentUserIsTheAccountsFolderElseDefault) {
   Values("USER/.DEFAULT/Software/Zyr", "who = sz:default\n");
-  ZyrBasRegKey key;
-  ASSERT_EQ(key.SetRoot(ZYR_HKEY_CURRENT_USER), ZYR_OK);
-  ASSERT_EQ(key.Open(u"Software\\Zyr"), ZYR_OK);
-  EXPECT_EQ(Str(QueryOk(key, u"who")), u"default");
-
+  EXPECT_EQ(ValueOf(u"Software\\Zyr", u"who", ZYR_HKEY_CURRENT_USER), u"default");
   std::string login = LoginName();
   if (login.empty()) GTEST_SKIP() << "the account has no name";
   Values("USER/" + login + "/Software/Zyr", "who = sz:mine\n");
-  ZyrBasRegKey mine;
-  ASSERT_EQ(mine.SetRoot(ZYR_HKEY_CURRENT_USER), ZYR_OK);
-  ASSERT_EQ(mine.Open(u"Software\\Zyr"), ZYR_OK);
-  EXPECT_EQ(Str(QueryOk(mine, u"who")), u"mine");
+  EXPECT_EQ(ValueOf(u"Software\\Zyr", u"who", ZYR_HKEY_CURRENT_USER), u"mine");
   // The same key through HKEY_USERS.
-  ZyrBasRegKey users;
-  ASSERT_EQ(users.SetRoot(ZYR_HKEY_USERS), ZYR_OK);
-  EXPECT_TRUE(users.Exists((zyrtest::U16(login) + u"\\Software\\Zyr").c_str()));
+  EXPECT_EQ(ValueOf((zyrtest::U16(login) + u"\\Software\\Zyr").c_str(), u"who", ZYR_HKEY_USERS), u"mine");
 }
 
 TEST_F(RegistryStore, ThirtyTwoBitViewReadsTheNodeBelowSoftwareOnly) {
   Values("MACHINE/SOFTWARE/Wow6432Node/ZYR/Admin", "d = sz:32\n");
   Values("MACHINE/SOFTWARE/ZYR/Admin", "d = sz:64\n");
   Values("MACHINE/SYSTEM/Zyr", "d = sz:system\n");
-  ZyrBasRegKey k32, k64;
+  EXPECT_EQ(ValueOf(u"SOFTWARE\\ZYR\\Admin", u"d", ZYR_HKEY_LOCAL_MACHINE, ZYR_REG_VIEW_32), u"32");
+  EXPECT_EQ(ValueOf(u"SYSTEM\\Zyr", u"d", ZYR_HKEY_LOCAL_MACHINE, ZYR_REG_VIEW_32), u"system");
+  EXPECT_EQ(ValueOf(u"SOFTWARE\\ZYR\\Admin", u"d", ZYR_HKEY_LOCAL_MACHINE, ZYR_REG_VIEW_64), u"64");
+  // An open key takes only the same view again.
+  ZyrBasRegKey k32;
   ASSERT_EQ(k32.SetViewFlags(ZYR_REG_VIEW_32), ZYR_OK);
   ASSERT_EQ(k32.Open(u"SOFTWARE\\ZYR\\Admin"), ZYR_OK);
-  EXPECT_EQ(Str(QueryOk(k32, u"d")), u"32");
-  EXPECT_EQ(k32.SetViewFlags(ZYR_REG_VIEW_64), ZYR_E_NOT_SUPPORTED);  // open: only the same view
+  EXPECT_EQ(k32.SetViewFlags(ZYR_REG_VIEW_64), ZYR_E_NOT_SUPPORTED);
   EXPECT_EQ(k32.SetViewFlags(ZYR_REG_VIEW_32), ZYR_OK);
-  ASSERT_EQ(k32.Open(u"SYSTEM\\Zyr"), ZYR_OK);
-  EXPECT_EQ(Str(QueryOk(k32, u"d")), u"system");
-  ASSERT_EQ(k64.SetViewFlags(ZYR_REG_VIEW_64), ZYR_OK);
-  ASSERT_EQ(k64.Open(u"SOFTWARE\\ZYR\\Admin"), ZYR_OK);
-  EXPECT_EQ(Str(QueryOk(k64, u"d")), u"64");
 }
 
 TEST_F(RegistryStore, SixtyFourBitRulesOfA32BitProcessOpenOutsideTheNode) {
@@ -324,7 +328,7 @@ TEST_F(RegistryStore, SixtyFourBitRulesOfA32BitProcessOpenOutsideTheNode) {
   auto opened = [&](ZyrBasRegHandle root, const char16_t* name, std::uint32_t access) -> std::u16string {
     ZyrBasRegHandle h = 0;
     ZyrResult r = ZyrBasRegOpenKey(state, root, &h, name, access);
-    if (r != ZYR_OK) return u"result " + zyrtest::U16(std::to_string(r));
+    if (r != ZYR_OK) return ResultText(r);
     ZyrBasString text;
     EXPECT_EQ(ZyrBasRegKeyName(h, text), ZYR_OK);
     ZyrBasRegCloseKey(h);
@@ -335,9 +339,9 @@ TEST_F(RegistryStore, SixtyFourBitRulesOfA32BitProcessOpenOutsideTheNode) {
             u"\\REGISTRY\\MACHINE\\SOFTWARE\\ZYR\\Admin");
   // Without the option the name is taken as it stands.
   EXPECT_EQ(opened(ZYR_HKEY_LOCAL_MACHINE, u"SOFTWARE\\Wow6432Node\\ZYR\\Admin", ZYR_KEY_READ),
-            u"result " + zyrtest::U16(std::to_string(ZYR_E_PATH_NOT_FOUND)));
+            ResultText(ZYR_E_PATH_NOT_FOUND));
   EXPECT_EQ(opened(ZYR_HKEY_USERS, u"u1\\Software\\A\\B", kLeave), u"\\REGISTRY\\USER\\u1\\Software\\A\\B");
-  EXPECT_EQ(opened(ZYR_HKEY_USERS, u"", kLeave), u"result " + zyrtest::U16(std::to_string(ZYR_E_NOT_IMPLEMENTED)));
+  EXPECT_EQ(opened(ZYR_HKEY_USERS, u"", kLeave), ResultText(ZYR_E_NOT_IMPLEMENTED));
 }
 
 TEST_F(RegistryStore, StoreIsReadOnlyAndRootsAreCached) {
@@ -364,17 +368,13 @@ TEST_F(RegistryStore, ClassesRootMergesUserOverMachine) {
   Values("MACHINE/SOFTWARE/Classes/.zyr", "@ = sz:machine\nOnlyMachine = sz:m\n");
   Values("USER/.DEFAULT/Software/Classes/.zyr", "@ = sz:user\n");
   Values("MACHINE/SOFTWARE/Classes/.mach", "@ = sz:machine only\n");
+  EXPECT_EQ(ValueOf(u".zyr", nullptr, ZYR_HKEY_CLASSES_ROOT), u"user");
+  EXPECT_EQ(ValueOf(u".zyr", u"OnlyMachine", ZYR_HKEY_CLASSES_ROOT), u"m");  // falls through
+  EXPECT_EQ(ValueOf(u".zyr", u"Neither", ZYR_HKEY_CLASSES_ROOT), ResultText(ZYR_E_FILE_NOT_FOUND));
+  EXPECT_EQ(ValueOf(u".mach", u"", ZYR_HKEY_CLASSES_ROOT), u"machine only");  // no user key: the machine's
   ZyrBasRegKey key;
   ASSERT_EQ(key.SetRoot(ZYR_HKEY_CLASSES_ROOT), ZYR_OK);
   EXPECT_EQ(key.OptionFlags() & ZYR_REG_OPT_CLASSES, ZYR_REG_OPT_CLASSES);
-  ASSERT_EQ(key.Open(u".zyr"), ZYR_OK);
-  EXPECT_EQ(Str(QueryOk(key, nullptr)), u"user");
-  EXPECT_EQ(Str(QueryOk(key, u"OnlyMachine")), u"m");  // falls through
-  ZyrBasString value;
-  EXPECT_EQ(key.QueryString(u"Neither", value), ZYR_E_FILE_NOT_FOUND);
-  ASSERT_EQ(key.Open(u".mach"), ZYR_OK);  // no user key: the machine's
-  EXPECT_EQ(Str(QueryOk(key, u"")), u"machine only");
-
   ASSERT_EQ(key.SetRoot(ZYR_HKEY_LOCAL_MACHINE), ZYR_OK);
   EXPECT_EQ(key.OptionFlags() & ZYR_REG_OPT_CLASSES, 0u);
 }
