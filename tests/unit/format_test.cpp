@@ -37,7 +37,7 @@ std::u16string Wide(const ZyrBasString& s) { return std::u16string(s.Text(), s.L
 
 }  // namespace
 
-TEST(FormatScan, PercentSignsAndBrokenConversions) {
+TEST(FormatScan, PercentSignsBrokenConversionsAndUnknownCombinations) {
   EXPECT_EQ(Fmt(u"100%"), "100%");
   EXPECT_EQ(Fmt(u"%5%|%-5%|%%"), "%|%|%");
   EXPECT_EQ(Fmt(u"a%5"), "a%5");          // format ends inside the conversion
@@ -47,16 +47,14 @@ TEST(FormatScan, PercentSignsAndBrokenConversions) {
   // A "*" whose conversion takes no value reads no slot: here the slots
   // end after the first, so a read shows under the address sanitizer.
   EXPECT_EQ(Fmt(u"%d %*y %*\u0600 %*%", {5}), "5 %*y %*? %");
-}
-
-TEST(FormatScan, UnknownCombinationsCopyAndTakeNothing) {
+  // Unknown combinations are copied and take nothing.
   EXPECT_EQ(Fmt(u"%S %d", {7}), "%S 7");
   EXPECT_EQ(Fmt(u"%n|%-5.3a|%ws|%hZ|%Is|%d", {3}), "%n|%-5.3a|%ws|%hZ|%Is|3");
   EXPECT_EQ(Fmt(u"%*S %d", {9}), "%*S 9");
   EXPECT_EQ(Fmt(u"[%wd][%5wx][%*%][%d]", {4, 6}), "[][][%][4]");
 }
 
-TEST(FormatInteger, SizePrefixesPickTheSlotWidth) {
+TEST(FormatInteger, SizePrefixesPrecisionFlagsAndWidth) {
   const std::uint64_t big = 0x1'0000'0005ULL;
   EXPECT_EQ(Fmt(u"%d %i %ld %I32d", {0xffffffff, big, big, big}), "-1 5 5 5");
   EXPECT_EQ(Fmt(u"%I64d %lld %Id %zd", {0xffffffff, big, big, big}),
@@ -65,9 +63,7 @@ TEST(FormatInteger, SizePrefixesPickTheSlotWidth) {
   EXPECT_EQ(Fmt(u"%lld %llu", {0x8000000000000000ULL, ~0ULL}),
             "-9223372036854775808 18446744073709551615");
   EXPECT_EQ(Fmt(u"%x %X %o %u", {~0ULL, 0xabc, 8, ~0ULL}), "ffffffff ABC 10 4294967295");
-}
-
-TEST(FormatInteger, PrecisionFlagsAndWidth) {
+  // Precision, flags and width.
   EXPECT_EQ(Fmt(u"[%.0d][%3.0d][%.d]", {0, 0, 0}), "[][   ][]");
   EXPECT_EQ(Fmt(u"%#x %#x %#X %#o %#o", {0, 255, 255, 8, 0}), "0 0xff 0XFF 010 0");
   EXPECT_EQ(Fmt(u"%#.4o|%#08x|%#-6x|", {8, 255, 1}), "0010|0x0000ff|0x1   |");
@@ -88,16 +84,14 @@ TEST(FormatChars, CharacterAndPointer) {
             "1234|0000beef|fedcba9876543210");
 }
 
-TEST(FormatText, WideStrings) {
+TEST(FormatText, WideAndNarrowStrings) {
   const char16_t* ab = u"ab";
   const char16_t unterminated[3] = {u'x', u'y', u'z'};
   EXPECT_EQ(Fmt(u"%s|%.3s|%8s|%-8.2s|", {0, 0, 0, 0}), "(null)|(nu|  (null)|(n      |");
   EXPECT_EQ(Fmt(u"%5s|%-5s|%05s|%ls", {P(ab), P(ab), P(ab), P(ab)}), "   ab|ab   |   ab|ab");
   EXPECT_EQ(Fmt(u"%.3s", {P(unterminated)}), "xyz");  // not read beyond the precision
   EXPECT_EQ(Fmt(u"%wZ|%.1wZ|%wZ", {4, P(u"wxyz"), 8, P(u"wxyz"), 6, 0}), "wx|w|(null)");
-}
-
-TEST(FormatText, NarrowStringsConvertThroughTheSelector) {
+  // Narrow strings convert through the selector.
   char16_t buffer[32];
   std::uint64_t slots[] = {P("h\xc3\xa9!")};
   ASSERT_EQ(ZyrBasFormatFixed(ZYR_CP_UTF8, buffer, 32, u"<%hs>", nullptr, slots), ZYR_OK);
@@ -174,26 +168,24 @@ TEST(FormatFloat, DoubleHelperForTypedValues) {
 TEST(FormatFixed, BufferEnds) {
   char16_t buffer[8];
   std::size_t length = 99;
-  EXPECT_EQ(ZyrBasFormatFixed(ZYR_CP_UTF8, buffer, 0, u"x", &length, nullptr),
-            ZYR_E_INVALID_ARGUMENT);
-  EXPECT_EQ(ZyrBasFormatFixed(ZYR_CP_UTF8, buffer, 1, u"", &length, nullptr), ZYR_OK);
+  auto fixed = [&](std::size_t capacity, const char16_t* format, const std::uint64_t* slots = nullptr) {
+    return ZyrBasFormatFixed(ZYR_CP_UTF8, buffer, capacity, format, &length, slots);
+  };
+  EXPECT_EQ(fixed(0, u"x"), ZYR_E_INVALID_ARGUMENT);
+  EXPECT_EQ(fixed(1, u""), ZYR_OK);
   EXPECT_EQ(length, 0u);
-  EXPECT_EQ(ZyrBasFormatFixed(ZYR_CP_UTF8, buffer, 7, u"abcdef", &length, nullptr), ZYR_OK);
+  EXPECT_EQ(fixed(7, u"abcdef"), ZYR_OK);
   EXPECT_EQ(std::u16string(buffer), u"abcdef");
-  EXPECT_EQ(ZyrBasFormatFixed(ZYR_CP_UTF8, buffer, 4, u"abcdef", &length, nullptr),
-            ZYR_E_BUFFER_TOO_SMALL);
+  EXPECT_EQ(fixed(4, u"abcdef"), ZYR_E_BUFFER_TOO_SMALL);
   EXPECT_EQ(std::u16string(buffer), u"abc");
   EXPECT_EQ(length, 3u);
   // Ends inside padding, a number and a float: what fitted stays, terminated.
   std::uint64_t slots[] = {1, 123456, D(-1.25)};
-  EXPECT_EQ(ZyrBasFormatFixed(ZYR_CP_UTF8, buffer, 3, u"%5d", &length, slots),
-            ZYR_E_BUFFER_TOO_SMALL);
+  EXPECT_EQ(fixed(3, u"%5d", slots), ZYR_E_BUFFER_TOO_SMALL);
   EXPECT_EQ(std::u16string(buffer), u"  ");
-  EXPECT_EQ(ZyrBasFormatFixed(ZYR_CP_UTF8, buffer, 6, u"x%d", &length, slots + 1),
-            ZYR_E_BUFFER_TOO_SMALL);
+  EXPECT_EQ(fixed(6, u"x%d", slots + 1), ZYR_E_BUFFER_TOO_SMALL);
   EXPECT_EQ(std::u16string(buffer), u"x1234");
-  EXPECT_EQ(ZyrBasFormatFixed(ZYR_CP_UTF8, buffer, 5, u"%f", &length, slots + 2),
-            ZYR_E_BUFFER_TOO_SMALL);
+  EXPECT_EQ(fixed(5, u"%f", slots + 2), ZYR_E_BUFFER_TOO_SMALL);
   EXPECT_EQ(std::u16string(buffer), u"-1.2");
   // A null slot list reads as zeros instead of crashing.
   EXPECT_EQ(Fmt(u"%d %s %f", {}), "0 (null) 0.000000");

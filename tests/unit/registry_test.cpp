@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <fstream>
+#include <functional>
 #include <string>
 
 #include "base/folders.h"
@@ -18,29 +19,31 @@ namespace {
 using zyrtest::ScopedEnv;
 using zyrtest::Str;
 
+#define MACHINE u"\\REGISTRY\\MACHINE"
+#define CLASSES u"\\REGISTRY\\USER\\S-1-5-21-1_CLASSES"
+#define USER1 u"\\REGISTRY\\USER\\S-1-5-21-1"
+#define NODE u"\\REGISTRY\\MACHINE\\SOFTWARE\\Wow6432Node"
+
 TEST(RegistryNames, ThirtyTwoBitViewInsertsTheNodeOnceWhereTheSystemKeepsIt) {
   const ZyrBasRegRewrite kNone = ZYR_REG_REWRITE_NONE, kAbs = ZYR_REG_REWRITE_ABSOLUTE,
                          kRel = ZYR_REG_REWRITE_RELATIVE;
   struct { const char16_t *parent, *sub, *out; ZyrBasRegRewrite outcome; } cases[] = {
-      {u"\\REGISTRY\\MACHINE", u"SOFTWARE\\Foo", u"\\REGISTRY\\MACHINE\\SOFTWARE\\Wow6432Node\\Foo", kAbs},
+      {MACHINE, u"SOFTWARE\\Foo", NODE u"\\Foo", kAbs},
       // Case of the parent does not matter, and the insertion keeps the text's own.
       {u"\\registry\\machine\\software", u"Foo", u"\\registry\\machine\\software\\Wow6432Node\\Foo", kAbs},
-      {u"\\REGISTRY\\USER\\S-1-5-21-1_CLASSES", u"Foo",
-       u"\\REGISTRY\\USER\\S-1-5-21-1_CLASSES\\Wow6432Node\\Foo", kAbs},
-      {u"\\REGISTRY\\USER\\S-1-5-21-1_CLASSES", u"", u"\\REGISTRY\\USER\\S-1-5-21-1_CLASSES\\Wow6432Node", kAbs},
-      {u"\\REGISTRY\\USER\\S-1-5-21-1", u"SOFTWARE\\CLASSES\\Foo",
-       u"\\REGISTRY\\USER\\S-1-5-21-1\\SOFTWARE\\CLASSES\\Wow6432Node\\Foo", kAbs},
+      {CLASSES, u"Foo", CLASSES u"\\Wow6432Node\\Foo", kAbs},
+      {CLASSES, u"", CLASSES u"\\Wow6432Node", kAbs},
+      {USER1, u"SOFTWARE\\CLASSES\\Foo", USER1 u"\\SOFTWARE\\CLASSES\\Wow6432Node\\Foo", kAbs},
       // "Wow6432NodeX" is not the segment: the name is rewritten as any other.
-      {u"\\REGISTRY\\MACHINE", u"SOFTWARE\\Wow6432NodeX",
-       u"\\REGISTRY\\MACHINE\\SOFTWARE\\Wow6432Node\\Wow6432NodeX", kAbs},
-      {u"\\REGISTRY\\USER\\S-1-5-21-1", u"SOFTWARE\\Foo", u"", kNone},
-      {u"\\REGISTRY\\MACHINE", u"SYSTEM\\CurrentControlSet", u"", kNone},
-      {u"\\REGISTRY\\USER\\S-1-5-21-1", u"", u"", kNone},
+      {MACHINE, u"SOFTWARE\\Wow6432NodeX", NODE u"\\Wow6432NodeX", kAbs},
+      {USER1, u"SOFTWARE\\Foo", u"", kNone},
+      {MACHINE, u"SYSTEM\\CurrentControlSet", u"", kNone},
+      {USER1, u"", u"", kNone},
       // Already in the node: nothing more to insert, and a doubled segment goes.
-      {u"\\REGISTRY\\MACHINE\\SOFTWARE\\Wow6432Node", u"Foo", u"", kNone},
-      {u"\\REGISTRY\\MACHINE", u"SOFTWARE\\Wow6432Node\\Foo", u"", kNone},
-      {u"\\REGISTRY\\MACHINE\\SOFTWARE\\Wow6432Node", u"Zyr\\Wow6432Node\\Foo", u"Zyr\\Foo", kRel},
-      {u"\\REGISTRY\\MACHINE\\SOFTWARE\\Wow6432Node", u"Wow6432Node", u"", kRel},
+      {NODE, u"Foo", u"", kNone},
+      {MACHINE, u"SOFTWARE\\Wow6432Node\\Foo", u"", kNone},
+      {NODE, u"Zyr\\Wow6432Node\\Foo", u"Zyr\\Foo", kRel},
+      {NODE, u"Wow6432Node", u"", kRel},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(zyrtest::Narrow(std::u16string(c.parent) + u" + " + c.sub));
@@ -183,6 +186,21 @@ ZyrBasString QueryOk(ZyrBasRegKey& key, const char16_t* name) {
   return value;
 }
 
+std::u16string ResultText(ZyrResult r) { return u"result " + zyrtest::U16(std::to_string(r)); }
+
+// The string value `name` of key `path` below `root` in `view`, or the
+// result of the first step that failed.
+std::u16string ValueOf(const char16_t* path, const char16_t* name, ZyrBasRegHandle root = ZYR_HKEY_LOCAL_MACHINE,
+                       std::uint32_t view = ZYR_REG_VIEW_DEFAULT) {
+  ZyrBasRegKey key;
+  ZyrBasString value;
+  ZyrResult r = key.SetRoot(root);
+  if (r == ZYR_OK && view != ZYR_REG_VIEW_DEFAULT) r = key.SetViewFlags(view);
+  if (r == ZYR_OK) r = key.Open(path);
+  if (r == ZYR_OK) r = key.QueryString(name, value);
+  return r == ZYR_OK ? Str(value) : ResultText(r);
+}
+
 TEST_F(RegistryStore, KeysAreFoldersFoundWithoutCaseAndValuesAreRead) {
   Values("MACHINE/software/zyr/Product", "\xEF\xBB\xBFName = sz:Caf\xC3\xA9\nType = expand_sz:%HOME%/x\nSize = dword:7\n");
   ZyrBasRegKey key;
@@ -238,94 +256,66 @@ TEST_F(RegistryStore, MissingKeysAndStoresAreKeyNotFound) {
   EXPECT_EQ(other.Open(u"SOFTWARE"), ZYR_E_KEY_NOT_FOUND);
 }
 
+// Fails the n-th allocation for n = 0, 1, ... until `attempt` gets through:
+// every failure before must be out of memory, not a missing key.
+void ExpectOutOfMemoryUntilSuccess(long limit, const std::function<ZyrResult()>& attempt) {
+  for (long n = 0; n < limit; ++n) {
+    ZyrBasTestFailAllocationsAfter(n);
+    ZyrResult r = attempt();
+    ZyrBasTestFailAllocationsAfter(-1);
+    if (r == ZYR_OK) return;
+    EXPECT_EQ(r, ZYR_E_OUT_OF_MEMORY) << n;
+  }
+  ADD_FAILURE() << "never got through";
+}
+
 TEST_F(RegistryStore, FailedAllocationsAnswerOutOfMemory) {
   Values("MACHINE/software/zyr/Product", "Name = sz:value\n");
-  bool reached = false;
-  for (long n = 0; n < 400 && !reached; ++n) {
+  ZyrBasString value;
+  ExpectOutOfMemoryUntilSuccess(400, [&] {
     ZyrBasRegKey key;
-    ZyrBasString value;
-    ZyrBasTestFailAllocationsAfter(n);
     ZyrResult r = key.Open(u"SOFTWARE\\ZYR\\product");
-    if (ZyrSucceeded(r)) r = key.QueryString(u"Name", value);
-    ZyrBasTestFailAllocationsAfter(-1);
-    if (r == ZYR_OK) {
-      EXPECT_EQ(Str(value), u"value");
-      reached = true;
-    } else {
-      EXPECT_EQ(r, ZYR_E_OUT_OF_MEMORY) << n;
-    }
-  }
-  EXPECT_TRUE(reached);
+    return ZyrSucceeded(r) ? key.QueryString(u"Name", value) : r;
+  });
+  EXPECT_EQ(Str(value), u"value");
 
   // The same for the folders built on the store.
   Values("MACHINE/SYSTEM/CurrentControlSet/Services/Zyr/Zyr/OPH2015", "ZyrAllUsersDir = sz:/srv/zyr\n");
   Values("USER/.DEFAULT/Software/Microsoft/Windows/CurrentVersion/Explorer/User Shell Folders",
          "Local AppData = expand_sz:%USERPROFILE%/local\n");
-  reached = false;
-  for (long n = 0; n < 2000 && !reached; ++n) {
-    ZyrBasString product, local;
-    ZyrBasTestFailAllocationsAfter(n);
+  ZyrBasString product, local;
+  ExpectOutOfMemoryUntilSuccess(2000, [&] {
     ZyrResult r = ZyrBasProductDirectory(ZYR_DIR_ALL_USERS, product, u"log", u"\\OPH2015");
-    if (ZyrSucceeded(r)) r = ZyrBasGetFolder(ZYR_FOLDER_LOCAL_APPDATA, local);
-    ZyrBasTestFailAllocationsAfter(-1);
-    if (r == ZYR_OK) {
-      EXPECT_EQ(Str(product), u"/srv/zyr/log");
-      EXPECT_EQ(local.Length() > 6 ? Str(local).substr(local.Length() - 6) : u"", u"/local");
-      reached = true;
-    } else {
-      EXPECT_EQ(r, ZYR_E_OUT_OF_MEMORY) << n;
-    }
-  }
-  EXPECT_TRUE(reached);
-}
-
-TEST_F(RegistryStore, ChildKeysOpenBelowTheirParent) {
-  Values("MACHINE/SOFTWARE/Zyr/Sub", "v = sz:child\n");
-  ZyrBasRegKey parent, child;
-  ASSERT_EQ(parent.Open(u"SOFTWARE\\Zyr"), ZYR_OK);
-  child.SetParent(&parent);
-  ASSERT_EQ(child.Open(u"sub"), ZYR_OK);
-  EXPECT_EQ(Str(QueryOk(child, u"v")), u"child");
-  // With a parent, the view may only be repeated.
-  EXPECT_EQ(child.SetViewFlags(ZYR_REG_VIEW_DEFAULT), ZYR_OK);
-  EXPECT_EQ(child.SetViewFlags(ZYR_REG_VIEW_64), ZYR_E_NOT_SUPPORTED);
+    return ZyrSucceeded(r) ? ZyrBasGetFolder(ZYR_FOLDER_LOCAL_APPDATA, local) : r;
+  });
+  EXPECT_EQ(Str(product), u"/srv/zyr/log");
+  EXPECT_EQ(local.Length() > 6 ? Str(local).substr(local.Length() - 6) : u"", u"/local");
 }
 
 TEST_F(RegistryStore, CurrentUserIsTheAccountsFolderElseDefault) {
   Values("USER/.DEFAULT/Software/Zyr", "who = sz:default\n");
-  ZyrBasRegKey key;
-  ASSERT_EQ(key.SetRoot(ZYR_HKEY_CURRENT_USER), ZYR_OK);
-  ASSERT_EQ(key.Open(u"Software\\Zyr"), ZYR_OK);
-  EXPECT_EQ(Str(QueryOk(key, u"who")), u"default");
-
+  EXPECT_EQ(ValueOf(u"Software\\Zyr", u"who", ZYR_HKEY_CURRENT_USER), u"default");
   std::string login = LoginName();
   if (login.empty()) GTEST_SKIP() << "the account has no name";
   Values("USER/" + login + "/Software/Zyr", "who = sz:mine\n");
-  ZyrBasRegKey mine;
-  ASSERT_EQ(mine.SetRoot(ZYR_HKEY_CURRENT_USER), ZYR_OK);
-  ASSERT_EQ(mine.Open(u"Software\\Zyr"), ZYR_OK);
-  EXPECT_EQ(Str(QueryOk(mine, u"who")), u"mine");
+  EXPECT_EQ(ValueOf(u"Software\\Zyr", u"who", ZYR_HKEY_CURRENT_USER), u"mine");
   // The same key through HKEY_USERS.
-  ZyrBasRegKey users;
-  ASSERT_EQ(users.SetRoot(ZYR_HKEY_USERS), ZYR_OK);
-  EXPECT_TRUE(users.Exists((zyrtest::U16(login) + u"\\Software\\Zyr").c_str()));
+  EXPECT_EQ(ValueOf((zyrtest::U16(login) + u"\\Software\\Zyr").c_str(), u"who", ZYR_HKEY_USERS), u"mine");
 }
 
 TEST_F(RegistryStore, ThirtyTwoBitViewReadsTheNodeBelowSoftwareOnly) {
   Values("MACHINE/SOFTWARE/Wow6432Node/ZYR/Admin", "d = sz:32\n");
   Values("MACHINE/SOFTWARE/ZYR/Admin", "d = sz:64\n");
   Values("MACHINE/SYSTEM/Zyr", "d = sz:system\n");
-  ZyrBasRegKey k32, k64;
+  EXPECT_EQ(ValueOf(u"SOFTWARE\\ZYR\\Admin", u"d", ZYR_HKEY_LOCAL_MACHINE, ZYR_REG_VIEW_32), u"32");
+  EXPECT_EQ(ValueOf(u"SYSTEM\\Zyr", u"d", ZYR_HKEY_LOCAL_MACHINE, ZYR_REG_VIEW_32), u"system");
+  EXPECT_EQ(ValueOf(u"SOFTWARE\\ZYR\\Admin", u"d", ZYR_HKEY_LOCAL_MACHINE, ZYR_REG_VIEW_64), u"64");
+  // An open key takes only the same view again.
+  ZyrBasRegKey k32;
   ASSERT_EQ(k32.SetViewFlags(ZYR_REG_VIEW_32), ZYR_OK);
   ASSERT_EQ(k32.Open(u"SOFTWARE\\ZYR\\Admin"), ZYR_OK);
-  EXPECT_EQ(Str(QueryOk(k32, u"d")), u"32");
-  EXPECT_EQ(k32.SetViewFlags(ZYR_REG_VIEW_64), ZYR_E_NOT_SUPPORTED);  // open: only the same view
+  EXPECT_EQ(k32.SetViewFlags(ZYR_REG_VIEW_64), ZYR_E_NOT_SUPPORTED);
   EXPECT_EQ(k32.SetViewFlags(ZYR_REG_VIEW_32), ZYR_OK);
-  ASSERT_EQ(k32.Open(u"SYSTEM\\Zyr"), ZYR_OK);
-  EXPECT_EQ(Str(QueryOk(k32, u"d")), u"system");
-  ASSERT_EQ(k64.SetViewFlags(ZYR_REG_VIEW_64), ZYR_OK);
-  ASSERT_EQ(k64.Open(u"SOFTWARE\\ZYR\\Admin"), ZYR_OK);
-  EXPECT_EQ(Str(QueryOk(k64, u"d")), u"64");
 }
 
 TEST_F(RegistryStore, SixtyFourBitRulesOfA32BitProcessOpenOutsideTheNode) {
@@ -334,26 +324,24 @@ TEST_F(RegistryStore, SixtyFourBitRulesOfA32BitProcessOpenOutsideTheNode) {
   ZyrBasRegKeyState state;
   state.is64BitProcess = false;
   state.isWow64Process = true;
-  ZyrBasRegHandle h = 0, name = 0;
-  ASSERT_EQ(ZyrBasRegOpenKey(state, ZYR_HKEY_LOCAL_MACHINE, &h, u"SOFTWARE\\Wow6432Node\\ZYR\\Admin",
-                             ZYR_KEY_READ | ZYR_KEY_WOW64_64KEY | ZYR_REG_OPTION_LEAVE_32),
-            ZYR_OK);
-  ZyrBasString text;
-  ASSERT_EQ(ZyrBasRegKeyName(h, text), ZYR_OK);
-  EXPECT_EQ(Str(text), u"\\REGISTRY\\MACHINE\\SOFTWARE\\ZYR\\Admin");
-  ZyrBasRegCloseKey(h);
+  // The name of the key opened, or the result of a failed open.
+  auto opened = [&](ZyrBasRegHandle root, const char16_t* name, std::uint32_t access) -> std::u16string {
+    ZyrBasRegHandle h = 0;
+    ZyrResult r = ZyrBasRegOpenKey(state, root, &h, name, access);
+    if (r != ZYR_OK) return ResultText(r);
+    ZyrBasString text;
+    EXPECT_EQ(ZyrBasRegKeyName(h, text), ZYR_OK);
+    ZyrBasRegCloseKey(h);
+    return Str(text);
+  };
+  const std::uint32_t kLeave = ZYR_KEY_READ | ZYR_REG_OPTION_LEAVE_32;
+  EXPECT_EQ(opened(ZYR_HKEY_LOCAL_MACHINE, u"SOFTWARE\\Wow6432Node\\ZYR\\Admin", kLeave | ZYR_KEY_WOW64_64KEY),
+            u"\\REGISTRY\\MACHINE\\SOFTWARE\\ZYR\\Admin");
   // Without the option the name is taken as it stands.
-  EXPECT_EQ(ZyrBasRegOpenKey(state, ZYR_HKEY_LOCAL_MACHINE, &h, u"SOFTWARE\\Wow6432Node\\ZYR\\Admin",
-                             ZYR_KEY_READ),
-            ZYR_E_PATH_NOT_FOUND);
-  ASSERT_EQ(ZyrBasRegOpenKey(state, ZYR_HKEY_USERS, &h, u"u1\\Software\\A\\B",
-                             ZYR_KEY_READ | ZYR_REG_OPTION_LEAVE_32),
-            ZYR_OK);
-  ASSERT_EQ(ZyrBasRegKeyName(h, text), ZYR_OK);
-  EXPECT_EQ(Str(text), u"\\REGISTRY\\USER\\u1\\Software\\A\\B");
-  ZyrBasRegCloseKey(h);
-  EXPECT_EQ(ZyrBasRegOpenKey(state, ZYR_HKEY_USERS, &name, u"", ZYR_KEY_READ | ZYR_REG_OPTION_LEAVE_32),
-            ZYR_E_NOT_IMPLEMENTED);
+  EXPECT_EQ(opened(ZYR_HKEY_LOCAL_MACHINE, u"SOFTWARE\\Wow6432Node\\ZYR\\Admin", ZYR_KEY_READ),
+            ResultText(ZYR_E_PATH_NOT_FOUND));
+  EXPECT_EQ(opened(ZYR_HKEY_USERS, u"u1\\Software\\A\\B", kLeave), u"\\REGISTRY\\USER\\u1\\Software\\A\\B");
+  EXPECT_EQ(opened(ZYR_HKEY_USERS, u"", kLeave), ResultText(ZYR_E_NOT_IMPLEMENTED));
 }
 
 TEST_F(RegistryStore, StoreIsReadOnlyAndRootsAreCached) {
@@ -380,22 +368,18 @@ TEST_F(RegistryStore, ClassesRootMergesUserOverMachine) {
   Values("MACHINE/SOFTWARE/Classes/.zyr", "@ = sz:machine\nOnlyMachine = sz:m\n");
   Values("USER/.DEFAULT/Software/Classes/.zyr", "@ = sz:user\n");
   Values("MACHINE/SOFTWARE/Classes/.mach", "@ = sz:machine only\n");
+  EXPECT_EQ(ValueOf(u".zyr", nullptr, ZYR_HKEY_CLASSES_ROOT), u"user");
+  EXPECT_EQ(ValueOf(u".zyr", u"OnlyMachine", ZYR_HKEY_CLASSES_ROOT), u"m");  // falls through
+  EXPECT_EQ(ValueOf(u".zyr", u"Neither", ZYR_HKEY_CLASSES_ROOT), ResultText(ZYR_E_FILE_NOT_FOUND));
+  EXPECT_EQ(ValueOf(u".mach", u"", ZYR_HKEY_CLASSES_ROOT), u"machine only");  // no user key: the machine's
   ZyrBasRegKey key;
   ASSERT_EQ(key.SetRoot(ZYR_HKEY_CLASSES_ROOT), ZYR_OK);
   EXPECT_EQ(key.OptionFlags() & ZYR_REG_OPT_CLASSES, ZYR_REG_OPT_CLASSES);
-  ASSERT_EQ(key.Open(u".zyr"), ZYR_OK);
-  EXPECT_EQ(Str(QueryOk(key, nullptr)), u"user");
-  EXPECT_EQ(Str(QueryOk(key, u"OnlyMachine")), u"m");  // falls through
-  ZyrBasString value;
-  EXPECT_EQ(key.QueryString(u"Neither", value), ZYR_E_FILE_NOT_FOUND);
-  ASSERT_EQ(key.Open(u".mach"), ZYR_OK);  // no user key: the machine's
-  EXPECT_EQ(Str(QueryOk(key, u"")), u"machine only");
-
   ASSERT_EQ(key.SetRoot(ZYR_HKEY_LOCAL_MACHINE), ZYR_OK);
   EXPECT_EQ(key.OptionFlags() & ZYR_REG_OPT_CLASSES, 0u);
 }
 
-TEST(RegistryKey, ViewAndRootRules) {
+TEST_F(RegistryStore, ViewAndRootRulesAndChildKeys) {
   ZyrBasRegKey key;
   EXPECT_EQ(key.SetViewFlags(3), ZYR_E_INVALID_ARGUMENT);
   ASSERT_EQ(key.SetRoot(ZYR_HKEY_CLASSES_ROOT), ZYR_OK);
@@ -406,10 +390,19 @@ TEST(RegistryKey, ViewAndRootRules) {
   EXPECT_EQ(key.SetRoot(ZYR_HKEY_CURRENT_USER), ZYR_E_BAD_ROOT_KEY);
   EXPECT_EQ(key.Root(), ZYR_HKEY_USERS);
   EXPECT_EQ(key.SetRoot(ZYR_HKEY_LOCAL_MACHINE), ZYR_OK);
-  if (ZyrBasRegViewsExist()) EXPECT_EQ(key.SetViewFlags(ZYR_REG_VIEW_32), ZYR_OK);
-  else EXPECT_EQ(key.SetViewFlags(ZYR_REG_VIEW_32), ZYR_E_NO_WOW64_VIEW);
+  EXPECT_EQ(key.SetViewFlags(ZYR_REG_VIEW_32), ZyrBasRegViewsExist() ? ZYR_OK : ZYR_E_NO_WOW64_VIEW);
   ZyrBasString value;
   EXPECT_EQ(key.QueryString(u"x", value), ZYR_E_INVALID_HANDLE);  // closed
+
+  Values("MACHINE/SOFTWARE/Zyr/Sub", "v = sz:child\n");
+  ZyrBasRegKey parent, child;
+  ASSERT_EQ(parent.Open(u"SOFTWARE\\Zyr"), ZYR_OK);
+  child.SetParent(&parent);
+  ASSERT_EQ(child.Open(u"sub"), ZYR_OK);
+  EXPECT_EQ(Str(QueryOk(child, u"v")), u"child");
+  // With a parent, the view may only be repeated.
+  EXPECT_EQ(child.SetViewFlags(ZYR_REG_VIEW_DEFAULT), ZYR_OK);
+  EXPECT_EQ(child.SetViewFlags(ZYR_REG_VIEW_64), ZYR_E_NOT_SUPPORTED);
 }
 
 // ---------------------------------------------------------------------------

@@ -43,22 +43,16 @@ std::u16string Token(const std::u16string& text, unsigned key) {
 
 }  // namespace
 
-TEST(Scramble, TokenShapeAndPadding) {
+TEST(Scramble, TokenShapeUtf8WidthsAndKeyWrap) {
   std::u16string x = Token(u"x", 3);
-  EXPECT_EQ(x.size(), 5u);  // "a" + 4 characters for 3 bytes
-  EXPECT_NE(x.back(), u'=');
-  std::u16string four = Token(u"xy", 0);  // 4 bytes
-  EXPECT_EQ(four.substr(four.size() - 2), u"==");
-  std::u16string five = Token(u"xyz", 0);  // 5 bytes
-  EXPECT_EQ(five.substr(five.size() - 1), u"=");
-  EXPECT_NE(five.substr(five.size() - 2), u"==");
+  EXPECT_EQ(x.size(), 5u);  // "a" + 4 characters for 3 bytes, no padding
   EXPECT_EQ(Unscramble(x), "x");
-}
-
-TEST(Scramble, Utf8WidthsAndKeyWrap) {
+  std::u16string four = Token(u"xy", 0), five = Token(u"xyz", 0);  // 4 and 5 bytes
+  EXPECT_EQ(four.substr(7), u"==");
+  EXPECT_EQ(five.substr(8), u"=");
+  EXPECT_NE(five[7], u'=');
   EXPECT_EQ(Unscramble(Token(u"\u00e9\u20ac\U0001F600", 5)), "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80");
-  std::u16string longText(100, u'q');
-  std::u16string token = Token(longText, 9);
+  std::u16string token = Token(std::u16string(100, u'q'), 9);
   std::vector<std::uint8_t> block = Base64Decode(token.substr(1));
   ASSERT_EQ(block.size(), 102u);
   // Offset 65 uses key byte 0 again, as offset 1 did.
@@ -69,25 +63,26 @@ TEST(Scramble, Utf8WidthsAndKeyWrap) {
   const char16_t lone[] = {0xdc00};
   EXPECT_EQ(ZyrLogScrambleTextWithKey(out, lone, 1, 0), ZYR_E_INVALID_DATA);
   EXPECT_TRUE(out.Empty());
+  // The base64 itself, over known bytes.
+  const std::uint8_t bytes[] = {'M', 'a', 'n', 'M', 'a'};
+  ASSERT_EQ(ZyrLogBase64Append(out, bytes, 3), ZYR_OK);
+  ASSERT_EQ(ZyrLogBase64Append(out, bytes, 5), ZYR_OK);
+  EXPECT_EQ(std::u16string(out.Text()), u"TWFuTWFuTWE=");
 }
 
 TEST(Scramble, EventModesAndRandomKeys) {
-  ZyrLogEvent e;
-  e.ScrambleMode = 7;
-  ASSERT_EQ(e.Message.Assign(u"secret text"), ZYR_OK);
-  ASSERT_EQ(ZyrLogScrambleEvent(e), ZYR_OK);
+  auto scrambled = [](std::uint32_t mode, const char16_t* text, ZyrLogEvent& e) {
+    e.ScrambleMode = mode;
+    ASSERT_EQ(e.Message.Assign(text), ZYR_OK);
+    ASSERT_EQ(ZyrLogScrambleEvent(e), ZYR_OK);
+  };
+  ZyrLogEvent e, two, empty;
+  scrambled(7, u"secret text", e);
   EXPECT_EQ(e.ScrambleMode, 1u);
   EXPECT_EQ(Unscramble(std::u16string(e.Message.Text())), "secret text");
-
-  ZyrLogEvent two;
-  two.ScrambleMode = 2;
-  ASSERT_EQ(two.Message.Assign(u"m"), ZYR_OK);
-  ASSERT_EQ(ZyrLogScrambleEvent(two), ZYR_OK);
+  scrambled(2, u"m", two);
   EXPECT_EQ(two.ScrambleMode, 2u);
-
-  ZyrLogEvent empty;
-  empty.ScrambleMode = 1;
-  ASSERT_EQ(ZyrLogScrambleEvent(empty), ZYR_OK);
+  scrambled(1, u"", empty);
   EXPECT_TRUE(empty.Message.Empty());
 
   std::set<std::u16string> tokens;
@@ -97,12 +92,4 @@ TEST(Scramble, EventModesAndRandomKeys) {
     tokens.insert(std::u16string(out.Text(), out.Length()));
   }
   EXPECT_GT(tokens.size(), 1u);
-}
-
-TEST(Scramble, Base64OfKnownBytes) {
-  ZyrBasString out;
-  const std::uint8_t bytes[] = {'M', 'a', 'n', 'M', 'a'};
-  ASSERT_EQ(ZyrLogBase64Append(out, bytes, 3), ZYR_OK);
-  ASSERT_EQ(ZyrLogBase64Append(out, bytes, 5), ZYR_OK);
-  EXPECT_EQ(std::u16string(out.Text()), u"TWFuTWFuTWE=");
 }

@@ -1,7 +1,6 @@
 // Security descriptors: the SID table, the order of rules, the bytes of the
 // descriptors the library builds, and what they become for files here.
 #include <gtest/gtest.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include "base/file.h"
 #include "base/security.h"
 #include "log_object_fixture.h"
+#include "mount_support.h"
 #include "test_support.h"
 #include "zyrlog/log.h"
 
@@ -123,7 +123,7 @@ TEST(SecuritySid, TableTextAndIds) {
   EXPECT_EQ(size, 12u);
 }
 
-TEST(SecurityRules, KeepTheOrderThatChecksNeed) {
+TEST(SecurityRules, KeepTheOrderThatChecksNeedAndMergeBySid) {
   ZyrBasSecurity s;
   ASSERT_EQ(s.AddAllowRule(ZYR_SID_WORLD, 1, 0), ZYR_OK);
   ASSERT_EQ(s.AddAllowRule(ZYR_SID_ADMINISTRATORS, 1, 0), ZYR_OK);
@@ -140,6 +140,16 @@ TEST(SecurityRules, KeepTheOrderThatChecksNeed) {
   EXPECT_EQ(Order(s), (std::vector<std::u16string>{u"D:S-1-22-2-7", u"D:S-1-5-12", u"D:S-1-5-18",
                                                    u"A:S-1-22-2-8", u"A:S-1-22-2-7", u"A:S-1-1-0",
                                                    u"A:S-1-5-32-544"}));
+
+  // A merge replaces the rules of the same SID and keeps the others.
+  ZyrBasSecurity present, mine, merged;
+  ASSERT_EQ(present.AddAllowRule(ZYR_SID_WORLD, 0x1, 0), ZYR_OK);
+  ASSERT_EQ(present.AddAllowRule(ZYR_SID_ADMINISTRATORS, 0x1f01ff, 0), ZYR_OK);
+  ASSERT_EQ(mine.AddAllowRule(ZYR_SID_WORLD, 0x1301ff, 3), ZYR_OK);
+  ASSERT_EQ(mine.MergeOver(present, merged), ZYR_OK);
+  ASSERT_EQ(merged.Dacl().Count(), 2u);
+  EXPECT_EQ(merged.Dacl()[0].accessMask, 0x1301ffu);
+  EXPECT_EQ(merged.Dacl()[1].sidId, 26u);
 }
 
 TEST(SecurityDescriptor, FormsBuildTheirBytes) {
@@ -219,17 +229,6 @@ TEST(SecurityDescriptor, LoadsWhatItBuildsAndRefusesBrokenBytes) {
   EXPECT_EQ(s.SetLabel(notLabel, 0), ZYR_E_INVALID_ARGUMENT);
 }
 
-TEST(SecurityDescriptor, MergeReplacesRulesOfTheSameSidAndKeepsTheOthers) {
-  ZyrBasSecurity present, mine, merged;
-  ASSERT_EQ(present.AddAllowRule(ZYR_SID_WORLD, 0x1, 0), ZYR_OK);
-  ASSERT_EQ(present.AddAllowRule(ZYR_SID_ADMINISTRATORS, 0x1f01ff, 0), ZYR_OK);
-  ASSERT_EQ(mine.AddAllowRule(ZYR_SID_WORLD, 0x1301ff, 3), ZYR_OK);
-  ASSERT_EQ(mine.MergeOver(present, merged), ZYR_OK);
-  ASSERT_EQ(merged.Dacl().Count(), 2u);
-  EXPECT_EQ(merged.Dacl()[0].accessMask, 0x1301ffu);
-  EXPECT_EQ(merged.Dacl()[1].sidId, 26u);
-}
-
 // ---------------------------------------------------------------------------
 // What rules become for files here
 
@@ -282,20 +281,15 @@ TEST_F(SecurityFileTest, MergeOnAFileKeepsTheOwnersRulesAndOpensItToAll) {
   EXPECT_EQ(s.WriteTo(ZyrBasSecurityTarget{}), ZYR_E_NOT_SUPPORTED);
 }
 
-TEST_F(SecurityFileTest, WriteToAVolumeWithoutModesIsNotSupported) {
+TEST(SecurityFile, WriteToAVolumeWithoutModesIsNotSupported) {
   if (geteuid() != 0) GTEST_SKIP() << "mounting a FAT image needs root";
-  std::string image = P("fat.img"), mnt = P("mnt");
-  std::string make = "truncate -s 2M '" + image + "' && mkfs.vfat '" + image + "' >/dev/null 2>&1";
-  if (system(make.c_str()) != 0) GTEST_SKIP() << "mkfs.vfat is not installed (dosfstools)";
-  mkdir(mnt.c_str(), 0755);
-  std::string mount = "mount -o loop '" + image + "' '" + mnt + "' 2>/dev/null";
-  if (system(mount.c_str()) != 0) GTEST_SKIP() << "the system refused to mount a FAT image";
-  zyrtest::WriteFile(mnt + "/a.log", "x");
-  std::u16string name = zyrtest::U16(mnt + "/a.log");
+  zyrtest::LoopMount fat;
+  if (!fat.Mount("mkfs.vfat", 2)) GTEST_SKIP() << fat.Why();
+  zyrtest::WriteFile(fat.Dir() + "/a.log", "x");
+  std::u16string name = zyrtest::U16(fat.Dir() + "/a.log");
   ZyrBasSecurity s;
   ASSERT_EQ(ZyrBasSecurityForForm(s, ZYR_SECURITY_LOG_FILE), ZYR_OK);
   EXPECT_EQ(s.WriteTo(ZyrBasSecurityTarget{0, name.c_str()}), ZYR_I_NOT_SUPPORTED);
-  umount2(mnt.c_str(), MNT_DETACH);
 }
 
 // Log files, their lock files and protected configuration files are made

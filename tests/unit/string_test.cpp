@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "base/array.h"
@@ -10,51 +11,35 @@ namespace {
 std::u16string Str(const ZyrBasString& s) { return std::u16string(s.Text(), s.Length()); }
 }  // namespace
 
-TEST(BasString, EmptyStringShowsTheConstantText) {
+TEST(BasString, EmptyShowsTheConstantTextAndKeepsCapacity) {
   ZyrBasString s;
-  EXPECT_EQ(s.Length(), 0u);
-  ASSERT_NE(s.Text(), nullptr);
   EXPECT_EQ(s.Text(), kZyrEmptyText);
-  ASSERT_EQ(s.Assign(u"abc"), ZYR_OK);
+  ASSERT_EQ(s.Assign(u"a fairly long text of many chars"), ZYR_OK);
+  std::size_t cap = s.Capacity();
   ASSERT_EQ(s.Assign(u"", std::size_t{0}), ZYR_OK);
   EXPECT_EQ(s.Text(), kZyrEmptyText);
+  EXPECT_EQ(s.Capacity(), cap);
+  EXPECT_EQ(s.Length(), 0u);
 }
 
 TEST(BasString, GrowthFiguresOfInlineAndHeap) {
-  ZyrBasString s;
+  ZyrBasString s, t, big;
   ASSERT_EQ(s.Assign(u"123456789012345"), ZYR_OK);  // 15 + terminator: inline
   EXPECT_TRUE(s.IsInline());
   ASSERT_EQ(s.Assign(u"1234567890123456"), ZYR_OK);  // 16: exact heap block of 17
   EXPECT_FALSE(s.IsInline());
   EXPECT_EQ(s.Capacity(), 17u);
-
-  ZyrBasString t;
   for (int i = 0; i < 20; ++i) {
     ASSERT_EQ(t.Append(static_cast<char16_t>(u'a' + i)), ZYR_OK);
-    if (i < 15) {
-      EXPECT_TRUE(t.IsInline()) << i;
-    }
-    if (i == 15) {
-      EXPECT_FALSE(t.IsInline());
-      EXPECT_EQ(t.Capacity(), 129u);
+    EXPECT_EQ(t.IsInline(), i < 15) << i;
+    if (i >= 15) {
+      EXPECT_EQ(t.Capacity(), 129u) << i;
     }
   }
-  EXPECT_EQ(t.Capacity(), 129u);
-
-  ZyrBasString big;
   ASSERT_EQ(big.Reserve(200), ZYR_OK);
   EXPECT_EQ(big.Capacity(), 300u);
   ASSERT_EQ(big.Reserve(500, true), ZYR_OK);
   EXPECT_EQ(big.Capacity(), 500u);
-}
-
-TEST(BasString, AssigningEmptyKeepsCapacity) {
-  ZyrBasString s;
-  ASSERT_EQ(s.Assign(u"a fairly long text of many chars"), ZYR_OK);
-  std::size_t cap = s.Capacity();
-  ASSERT_EQ(s.Assign(u"", std::size_t{0}), ZYR_OK);
-  EXPECT_EQ(s.Capacity(), cap);
-  EXPECT_EQ(s.Length(), 0u);
 }
 
 TEST(BasString, InsertEraseReplaceAndFind) {
@@ -91,7 +76,7 @@ TEST(BasString, ReplaceAllResumesBehindTheInsertedText) {
   ASSERT_EQ(s.ReplaceAll(u"%USERPROFILE%", ZYR_TERMINATED, u"/home/u", ZYR_TERMINATED), ZYR_I_NOT_FOUND);
 }
 
-TEST(BasString, SwapAcrossInlineAndHeap) {
+TEST(BasString, SwapMoveResizeAndFailedAllocation) {
   ZyrBasString a, b;
   ASSERT_EQ(a.Assign(u"short"), ZYR_OK);
   ASSERT_EQ(b.Assign(u"a string that lives on the heap"), ZYR_OK);
@@ -103,19 +88,15 @@ TEST(BasString, SwapAcrossInlineAndHeap) {
   ZyrBasString moved(static_cast<ZyrBasString&&>(b));
   EXPECT_EQ(Str(moved), u"short");
   EXPECT_EQ(b.Length(), 0u);
-}
 
-TEST(BasString, FailedAllocationLeavesTheStringWhole) {
-  ZyrBasString s;
-  ASSERT_EQ(s.Assign(u"keep"), ZYR_OK);
+  // A failed allocation leaves the string whole.
   ZyrBasTestFailAllocationsAfter(0);
-  ZyrResult r = s.Append(u"this does not fit the inline buffer at all");
+  ZyrResult r = moved.Append(u"this does not fit the inline buffer at all");
   ZyrBasTestFailAllocationsAfter(-1);
   EXPECT_EQ(r, ZYR_E_OUT_OF_MEMORY);
-  EXPECT_EQ(Str(s), u"keep");
-}
+  EXPECT_EQ(Str(moved), u"short");
 
-TEST(BasString, ResizeRecountsFromTheFirstZero) {
+  // Resizing to "terminated" recounts from the first zero.
   ZyrBasString s;
   ASSERT_EQ(s.Resize(10), ZYR_OK);
   EXPECT_EQ(s.Length(), 10u);
@@ -126,22 +107,18 @@ TEST(BasString, ResizeRecountsFromTheFirstZero) {
   EXPECT_EQ(Str(s), u"xy");
 }
 
-TEST(BasCompare, OrdinalIsByteOrderWithShorterFirst) {
+TEST(BasCompare, OrdinalAsciiFoldAndSystemFold) {
   EXPECT_LT(ZyrBasCompareOrdinal(u"Type", 4, u"type", 4), 0);  // upper case sorts first
   EXPECT_LT(ZyrBasCompareOrdinal(u"ab", 2, u"abc", 3), 0);
   EXPECT_EQ(ZyrBasCompareOrdinal(u"abc", 3, u"abc", 3), 0);
   // A unit above 0xFF sorts by its low byte first: U+0141 (low byte 0x41)
   // comes before "B" (0x42) though its code is larger.
   EXPECT_LT(ZyrBasCompareOrdinal(u"\u0141", 1, u"B", 1), 0);
-}
 
-TEST(BasCompare, AsciiFoldFoldsOnlyLetters) {
   EXPECT_EQ(ZyrBasCompareNoCaseAscii(u"ROOT", 4, u"root", 4), 0);
-  EXPECT_NE(ZyrBasCompareNoCaseAscii(u"\u00e9", 1, u"\u00c9", 1), 0);
+  EXPECT_NE(ZyrBasCompareNoCaseAscii(u"\u00e9", 1, u"\u00c9", 1), 0);  // only letters of ASCII
   EXPECT_NE(ZyrBasCompareNoCaseAscii(u"roo", 3, u"root", 4), 0);
-}
 
-TEST(BasCompare, SystemFoldUsesTheCaseTable) {
   EXPECT_EQ(ZyrBasCompareNoCase(u"info", 4, u"INFO", 4), 0);
   EXPECT_EQ(ZyrBasCompareNoCase(u"\u00e9t\u00e9", 3, u"\u00c9T\u00c9", 3), 0);
   EXPECT_EQ(ZyrBasCompareNoCase(u"\u03b1", 1, u"\u0391", 1), 0);  // Greek alpha
@@ -180,13 +157,9 @@ TEST(BasFree, FixedBufferCopiesAndAppends) {
 }
 
 TEST(BasGrowth, SharedRuleForArrays) {
-  EXPECT_EQ(ZyrBasGrowCount(1, 1, false), 257u);
-  EXPECT_EQ(ZyrBasGrowCount(1, 2, false), 129u);
-  EXPECT_EQ(ZyrBasGrowCount(1, 8, false), 33u);
-  EXPECT_EQ(ZyrBasGrowCount(31, 8, false), 33u);
-  EXPECT_EQ(ZyrBasGrowCount(33, 8, false), 49u);
-  EXPECT_EQ(ZyrBasGrowCount(1, sizeof(ZyrBasString), false), 5u);
-  EXPECT_EQ(ZyrBasGrowCount(7, 8, true), 7u);
+  const std::size_t rows[][4] = {{1, 1, false, 257}, {1, 2, false, 129}, {1, 8, false, 33}, {31, 8, false, 33},
+                                 {33, 8, false, 49}, {1, sizeof(ZyrBasString), false, 5}, {7, 8, true, 7}};
+  for (const auto& r : rows) EXPECT_EQ(ZyrBasGrowCount(r[0], r[1], r[2] != 0), r[3]) << r[0] << " of " << r[1];
 
   ZyrBasArray<void*> list;
   ASSERT_EQ(list.Append(nullptr), ZYR_OK);
@@ -213,30 +186,26 @@ TEST(BasNameMap, IteratesInByteOrderAndRefusesDuplicates) {
 }
 
 TEST(BasScan, LineBreaksReplacedAtEveryPlace) {
-  for (std::size_t length : {1u, 7u, 8u, 9u, 17u, 33u}) {
+  for (std::size_t length : {1u, 7u, 8u, 9u, 17u, 33u})
     for (std::size_t at = 0; at < length; ++at) {
-      std::u16string text(length, u'x');
+      std::u16string text(length, u'x'), expected(length, u'x');
       text[at] = at % 2 ? u'\r' : u'\n';
-      ZyrBasReplaceLineBreaks(text.data(), text.size(), 0x0b);
-      std::u16string expected(length, u'x');
       expected[at] = 0x0b;
+      ZyrBasReplaceLineBreaks(text.data(), text.size(), 0x0b);
       ASSERT_EQ(text, expected) << length << " " << at;
     }
-  }
 }
 
 TEST(BasScan, PercentOrEndFoundFromEveryAlignment) {
   char16_t buffer[64];
-  for (std::size_t start = 0; start < 8; ++start) {
-    for (std::size_t at = start; at < 40; ++at) {
+  for (std::size_t start = 0; start < 8; ++start)
+    for (std::size_t at = start; at < 40; ++at)
       for (char16_t stop : {u'%', u'\0'}) {
-        for (std::size_t i = 0; i < 64; ++i) buffer[i] = u'a';
+        std::fill(buffer, buffer + 63, u'a');
         buffer[at] = stop;
         buffer[63] = 0;
         ASSERT_EQ(ZyrBasFindPercentOrEnd(buffer + start), buffer + at) << start << " " << at;
       }
-    }
-  }
   // A unit whose low byte is "%" is no "%".
   const char16_t tricky[] = {0x0125, 0x2500, u'%', 0};
   EXPECT_EQ(ZyrBasFindPercentOrEnd(tricky), tricky + 2);

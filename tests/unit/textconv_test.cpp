@@ -58,15 +58,16 @@ TEST(TextConvUtf8, DecodingRules) {
     Decode(bad, ZYR_CP_UTF8, &r);
     EXPECT_EQ(r, ZYR_E_INVALID_DATA) << bad;
   }
-  EXPECT_EQ(Decode("\xed\xa0\x80", ZYR_CP_UTF8, &r), std::u16string(1, char16_t(0xd800)));
-  EXPECT_EQ(r, ZYR_OK);
-  EXPECT_EQ(Decode("a\x80z", ZYR_CP_UTF8, &r), u"az");
-  EXPECT_EQ(r, ZYR_OK);
-  // Past 0x10ffff the pair keeps only its low bits.
-  EXPECT_EQ(Decode("\xf4\x90\x80\x80", ZYR_CP_UTF8, &r), u"\U00010000");
+  auto ok = [&](const char* in) {
+    std::u16string out = Decode(in, ZYR_CP_UTF8, &r);
+    EXPECT_EQ(r, ZYR_OK) << in;
+    return out;
+  };
+  EXPECT_EQ(ok("\xed\xa0\x80"), std::u16string(1, char16_t(0xd800)));
+  EXPECT_EQ(ok("a\x80z"), u"az");
+  EXPECT_EQ(ok("\xf4\x90\x80\x80"), u"\U00010000");  // past 0x10ffff the pair keeps only its low bits
   std::string out;
-  EXPECT_EQ(Table(ZYR_FORM_UTF8, ZYR_FORM_LATIN1, "\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80", &out),
-            ZYR_OK);
+  EXPECT_EQ(Table(ZYR_FORM_UTF8, ZYR_FORM_LATIN1, "\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80", &out), ZYR_OK);
   EXPECT_EQ(out, "\xe9??");
 }
 
@@ -76,12 +77,10 @@ TEST(TextConvUtf16, DecodingRules) {
     EXPECT_EQ(Table(ZYR_FORM_UTF16, to, Bytes(u"ab") + "x", &out), ZYR_E_INVALID_DATA) << to;
   // Lone low, high at the end, high before a non-low; "a" comes before the fault.
   for (char16_t tail : {char16_t(0xdc00), char16_t(0xd800)}) {
-    EXPECT_EQ(Table(ZYR_FORM_UTF16, ZYR_FORM_UTF8, Bytes(std::u16string(u"a") + tail), &out),
-              ZYR_E_INVALID_DATA);
+    EXPECT_EQ(Table(ZYR_FORM_UTF16, ZYR_FORM_UTF8, Bytes(std::u16string(u"a") + tail), &out), ZYR_E_INVALID_DATA);
     EXPECT_EQ(out, "a");
   }
-  EXPECT_EQ(Table(ZYR_FORM_UTF16, ZYR_FORM_UTF7, Bytes(std::u16string(1, char16_t(0xd800)) + u"b"),
-                &out),
+  EXPECT_EQ(Table(ZYR_FORM_UTF16, ZYR_FORM_UTF7, Bytes(std::u16string(1, char16_t(0xd800)) + u"b"), &out),
             ZYR_E_INVALID_DATA);
   EXPECT_EQ(Table(ZYR_FORM_UTF16, ZYR_FORM_LATIN1, Bytes(u"\U0001F600\u00e9\u0100"), &out), ZYR_OK);
   EXPECT_EQ(out, "?\xe9?");  // a pair is one "?"
@@ -89,19 +88,18 @@ TEST(TextConvUtf16, DecodingRules) {
 
 TEST(TextConvUtf7, EncodingAndDecoding) {
   ZyrResult r;
-  EXPECT_EQ(Encode(u"a!b", ZYR_CP_UTF7, &r), "a+ACE-b");
-  EXPECT_EQ(Encode(u"+", ZYR_CP_UTF7, &r), "+-");
-  EXPECT_EQ(Encode(u"\u00e9", ZYR_CP_UTF7, &r), "+AOk-");  // a run at the end is closed
-  EXPECT_EQ(Encode(u"\u00e9-", ZYR_CP_UTF7, &r), "+AOk--");
-  EXPECT_EQ(Encode(u"\U0001F600", ZYR_CP_UTF7, &r), "+2D3eAA-");
-  EXPECT_EQ(Encode(u"A-Za-z0-9'(),./:? \t\r\n", ZYR_CP_UTF7, &r), "A-Za-z0-9'(),./:? \t\r\n");
-
-  EXPECT_EQ(Decode("+-", ZYR_CP_UTF7, &r), u"+");
-  EXPECT_EQ(Decode("A+", ZYR_CP_UTF7, &r), u"A");
-  EXPECT_EQ(r, ZYR_OK);
-  EXPECT_EQ(Decode("+AGE!x", ZYR_CP_UTF7, &r), u"a!x");  // outside the alphabet ends the run
-  EXPECT_EQ(Decode("+AGE\xe9", ZYR_CP_UTF7, &r), u"a\u00e9");
-  EXPECT_EQ(Decode("+AGEA", ZYR_CP_UTF7, &r), u"a");  // leftover bits dropped
+  const std::pair<std::u16string, std::string> encoded[] = {
+      {u"a!b", "a+ACE-b"}, {u"+", "+-"}, {u"\u00e9", "+AOk-"},  // a run at the end is closed
+      {u"\u00e9-", "+AOk--"}, {u"\U0001F600", "+2D3eAA-"},
+      {u"A-Za-z0-9'(),./:? \t\r\n", "A-Za-z0-9'(),./:? \t\r\n"}};
+  for (const auto& [text, seven] : encoded) EXPECT_EQ(Encode(text, ZYR_CP_UTF7, &r), seven);
+  const std::pair<std::string, std::u16string> decoded[] = {
+      {"+-", u"+"}, {"A+", u"A"}, {"+AGE!x", u"a!x"},  // outside the alphabet ends the run
+      {"+AGE\xe9", u"a\u00e9"}, {"+AGEA", u"a"}};       // leftover bits dropped
+  for (const auto& [seven, text] : decoded) {
+    EXPECT_EQ(Decode(seven, ZYR_CP_UTF7, &r), text) << seven;
+    EXPECT_EQ(r, ZYR_OK) << seven;
+  }
   for (const char* bad : {"+2D3", "+2D3-", "+2D3!"}) {
     Decode(bad, ZYR_CP_UTF7, &r);
     EXPECT_EQ(r, ZYR_E_INVALID_DATA) << bad;
