@@ -1,10 +1,13 @@
 // Configuration files through a channel, the built-in default, re-reading.
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <string>
+#include <vector>
 
 #include "base/memory.h"
 #include "engine/manager.h"
@@ -21,6 +24,25 @@ class ConfigFileTest : public zyrtest::LogObjectTest {
  protected:
   ConfigFileTest() : LogObjectTest("cfgfile") {}
 };
+
+// Runs a thread-start export; its exit value carries the result.
+std::int32_t RunThread(void* (*entry)(void*), void* argument) {
+  pthread_t thread;
+  EXPECT_EQ(pthread_create(&thread, nullptr, entry, argument), 0);
+  void* status = nullptr;
+  pthread_join(thread, &status);
+  return static_cast<std::int32_t>(reinterpret_cast<std::intptr_t>(status));
+}
+
+// The remote form's argument: the name's length, the name, the mode.
+std::vector<unsigned char> Blob(const std::u16string& name, std::uint32_t mode) {
+  std::vector<unsigned char> blob(12 + 2 * name.size());
+  std::uint64_t length = name.size();
+  std::memcpy(blob.data(), &length, 8);
+  std::memcpy(blob.data() + 8, name.data(), 2 * name.size());
+  std::memcpy(blob.data() + 8 + 2 * name.size(), &mode, 4);
+  return blob;
+}
 
 }  // namespace
 
@@ -192,4 +214,25 @@ TEST_F(ConfigFileTest, ShortMessageAllocatesNothingOnTheWayToAFile) {
   EXPECT_EQ(r, ZYR_OK);
   ASSERT_EQ(log_->Flush(), ZYR_OK);
   EXPECT_NE(ReadFile(file).find("ID:a.cpp:2.0.0.0 MSG:n=7\r\n"), std::string::npos);
+}
+
+// The reconfiguration exports load a named file through the private channel
+// of each object.
+TEST_F(ConfigFileTest, RemoteReconfigureLoadsThroughThePrivateChannel) {
+  WriteFile(dir_ + "/abc", "[reconf.x]\nAdditive = no\nSeverity = FATAL\n");
+  ASSERT_EQ(log_->SetPrivateFolders(zyrtest::U16(dir_).c_str(), nullptr, 0), ZYR_OK);
+  ZyrLogger* x = Get(u"reconf.x");
+  std::vector<unsigned char> ignored = Blob(u"abc", 2);
+  EXPECT_EQ(ignored.size(), 18u);
+  EXPECT_EQ(RunThread(&ZyrLogLibraryRemoteReconfigure, ignored.data()), ZYR_OK);
+  EXPECT_EQ(x->threshold.load(), ZYR_SEVERITY_INFO);  // mode 2: nothing touched
+  std::vector<unsigned char> blob = Blob(u"abc", 1);
+  EXPECT_EQ(RunThread(&ZyrLogLibraryRemoteReconfigure, blob.data()), ZYR_OK);
+  EXPECT_EQ(x->threshold.load(), ZYR_SEVERITY_FATAL);
+  WriteFile(dir_ + "/abc", "[reconf.x]\nAdditive = no\nSeverity = ERROR\n");
+  EXPECT_EQ(RunThread(&ZyrLogLibraryRemoteReloadConfig, nullptr), ZYR_OK);
+  EXPECT_EQ(x->threshold.load(), ZYR_SEVERITY_ERROR);
+  ZyrReleaseLogObject(&IID_IZyrLog, log_);
+  log_ = nullptr;
+  EXPECT_EQ(ZyrLogLibraryReconfigure(u"abc", 0), ZYR_OK);  // no object: nothing to do
 }
