@@ -136,7 +136,8 @@ TEST(ClientHelper, BelowThresholdEvaluatesNothingAndCallsNothing) {
   EXPECT_EQ(logger.text, u"1");
 }
 
-TEST(ClientHelper, IntegersExtendAsTheirType) {
+// Integers extend as their type; a float widens; counted text takes two slots.
+TEST(ClientHelper, FormatArgumentsPackAsTheirType) {
   FakeLogger logger(ZYR_SEVERITY_ALL);
   enum Small : std::int8_t { kMinus = -3 };
   logger.formatSlots = 11;
@@ -146,10 +147,7 @@ TEST(ClientHelper, IntegersExtendAsTheirType) {
   EXPECT_EQ(logger.slots, (Slots{~0ull, 0xff, ~1ull, 0xfffe, 0xffffffff80000000ull,
                                  0xffffffffull, ~3ull, ~0ull, 0xe9, 1, ~2ull}));
   EXPECT_EQ(logger.text, u"-1 255 -2 65534 -2147483648 4294967295 -4 18446744073709551615 \xe9 1 -3");
-}
 
-TEST(ClientHelper, StringsPointersDoublesAndCountedText) {
-  FakeLogger logger(ZYR_SEVERITY_INFO);
   const char16_t* path = u"c:\\data";
   const char16_t* wide = u"abcdef";
   const char* narrow = "xyz";
