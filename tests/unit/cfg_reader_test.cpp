@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "config/document.h"
@@ -15,15 +16,7 @@ namespace {
 using zyrtest::Str;
 std::u16string S(const ZyrBasString& s) { return Str(s); }
 
-struct Error {
-  std::uint64_t line;
-  ZyrResult result;
-  bool operator==(const Error& o) const { return line == o.line && result == o.result; }
-};
-std::ostream& operator<<(std::ostream& os, const Error& e) {
-  return os << "(line " << e.line << ", 0x" << std::hex << static_cast<std::uint32_t>(e.result) << std::dec << ")";
-}
-using Errs = std::vector<Error>;
+using Errs = std::vector<std::pair<std::uint64_t, ZyrResult>>;  // line, result
 using Lines = std::vector<std::u16string>;
 
 Errs Errors(const ZyrCfgDocument& doc) {
@@ -348,25 +341,18 @@ TEST(CfgFileStream, LongLinesOddBytesAndFailuresEndTheText) {
 }
 
 TEST(CfgFileStream, WritesEachEncodingWithItsLineEnd) {
-  ZyrCfgMemoryFile le;
-  ZyrFileTextStream a(&le, ZYR_CFG_ENC_UTF16LE, ZYR_CFG_EOL_CRLF);
-  ASSERT_EQ(a.WriteMark(), ZYR_OK);
-  ASSERT_EQ(a.WriteText(u"x\ny", ZYR_TERMINATED), ZYR_OK);
-  ASSERT_EQ(a.WriteLine(u"\u00e9", 1), ZYR_OK);
-  EXPECT_EQ(Bytes(le.Written()), Utf16(u"x\r\ny\u00e9\r\n", false, true));
-
-  ZyrCfgMemoryFile be;
-  ZyrFileTextStream b(&be, ZYR_CFG_ENC_UTF16BE, ZYR_CFG_EOL_CR);
-  ASSERT_EQ(b.WriteMark(), ZYR_OK);
-  ASSERT_EQ(b.WriteLine(u"\u4e2d", 1), ZYR_OK);
-  EXPECT_EQ(Bytes(be.Written()), Utf16(u"\u4e2d\r", true, true));
-
-  ZyrCfgMemoryFile ansi;
-  ZyrFileTextStream d(&ansi, ZYR_CFG_ENC_ANSI, ZYR_CFG_EOL_LF);
-  ASSERT_EQ(d.WriteMark(), ZYR_OK);  // no mark for ANSI
-  ASSERT_EQ(d.WriteLine(u"\u00e9", ZYR_TERMINATED), ZYR_OK);
-  EXPECT_EQ(Bytes(ansi.Written()), "\xC3\xA9\n");
-
+  // A mark (none for ANSI), a text whose LF becomes the line end, a line of one character.
+  auto write = [](ZyrCfgMemoryFile& file, std::uint32_t encoding, std::uint32_t end, const char16_t* line) {
+    ZyrFileTextStream stream(&file, encoding, end);
+    EXPECT_EQ(stream.WriteMark(), ZYR_OK);
+    EXPECT_EQ(stream.WriteText(u"x\ny", ZYR_TERMINATED), ZYR_OK);
+    EXPECT_EQ(stream.WriteLine(line, 1), ZYR_OK);
+    return Bytes(file.Written());
+  };
+  ZyrCfgMemoryFile le, be, ansi;
+  EXPECT_EQ(write(le, ZYR_CFG_ENC_UTF16LE, ZYR_CFG_EOL_CRLF, u"\u00e9"), Utf16(u"x\r\ny\u00e9\r\n", false, true));
+  EXPECT_EQ(write(be, ZYR_CFG_ENC_UTF16BE, ZYR_CFG_EOL_CR, u"\u4e2d"), Utf16(u"x\ry\u4e2d\r", true, true));
+  EXPECT_EQ(write(ansi, ZYR_CFG_ENC_ANSI, ZYR_CFG_EOL_LF, u"\u00e9"), "x\ny\xC3\xA9\n");
   // What was written with a mark reads back by that mark.
   ZyrCfgMemoryFile back(le.Written().begin(), le.Written().Count());
   ZyrFileTextStream r(&back);
