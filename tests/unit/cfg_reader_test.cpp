@@ -134,7 +134,8 @@ TEST(CfgScanner, RightHandSides) {
   }
 }
 
-TEST(CfgStringStreams, ReaderSplitsAtLineFeedOnlyWriterAppendsCrLf) {
+// The string writer's CR LF is bound by the saved-text tests.
+TEST(CfgStringStreams, ReaderSplitsAtLineFeedOnly) {
   ZyrResult end;
   ZyrStringReader a(u"one\r\ntwo\rthree\n\nfour\r");
   EXPECT_EQ(ReadAll(a, &end), (Lines{u"one", u"two\rthree", u"", u"four"}));
@@ -149,15 +150,6 @@ TEST(CfgStringStreams, ReaderSplitsAtLineFeedOnlyWriterAppendsCrLf) {
   ZyrStringReader c(u"x\n");
   EXPECT_EQ(ReadAll(c), Lines{u"x"});  // no extra empty line
   EXPECT_EQ(c.WriteLine(u"x", 1), ZYR_E_NOT_SUPPORTED);
-
-  ZyrBasString out;
-  ASSERT_EQ(out.AssignAscii(">"), ZYR_OK);
-  ZyrStringWriter w(&out);
-  ASSERT_EQ(w.WriteText(u"a\nb", ZYR_TERMINATED), ZYR_OK);  // LF passes as it is
-  ASSERT_EQ(w.WriteLine(u"[s]xyz", 3), ZYR_OK);
-  ASSERT_EQ(w.WriteLine(u"", 0), ZYR_OK);
-  EXPECT_EQ(S(out), u">a\nb[s]\r\n\r\n");
-  EXPECT_EQ(w.ReadLine(&line), ZYR_E_NOT_SUPPORTED);
 }
 
 TEST(CfgLoad, CommentsAttachAcrossBlankLines) {
