@@ -1,13 +1,13 @@
 // Configuration files through a channel, the built-in default, re-reading.
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <utime.h>
 
-#include <fstream>
-#include <sstream>
+#include <cstring>
 #include <string>
+#include <vector>
 
 #include "base/memory.h"
 #include "engine/manager.h"
@@ -25,22 +25,26 @@ class ConfigFileTest : public zyrtest::LogObjectTest {
   ConfigFileTest() : LogObjectTest("cfgfile") {}
 };
 
-}  // namespace
-
-TEST_F(ConfigFileTest, DefaultConfigurationWritesCommonLog) {
-  ZyrLogger* root = Get(u"root");
-  EXPECT_EQ(root->threshold.load(), ZYR_SEVERITY_INFO);
-  ZyrLogger* app = Get(u"demo.app");
-  ASSERT_EQ(app->LogShort(ZYR_SEVERITY_INFO, u"hello", u"main.cpp", 3, 0, 0, 0, nullptr), ZYR_OK);
-  ASSERT_EQ(log_->Flush(), ZYR_OK);
-  std::string text = ReadFile(dir_ + "/Zyr/OPH2015/log/common.log");
-  ASSERT_GE(text.size(), 3u);
-  EXPECT_EQ(text.substr(0, 3), "\xEF\xBB\xBF");
-  EXPECT_NE(text.find("[demo.app] INFO "), std::string::npos);
-  EXPECT_NE(text.find(" MSG:hello\r\n"), std::string::npos);
-  struct stat st;
-  EXPECT_EQ(stat((dir_ + "/Zyr/OPH2015/log/common.log.lock").c_str(), &st), 0);
+// Runs a thread-start export; its exit value carries the result.
+std::int32_t RunThread(void* (*entry)(void*), void* argument) {
+  pthread_t thread;
+  EXPECT_EQ(pthread_create(&thread, nullptr, entry, argument), 0);
+  void* status = nullptr;
+  pthread_join(thread, &status);
+  return static_cast<std::int32_t>(reinterpret_cast<std::intptr_t>(status));
 }
+
+// The remote form's argument: the name's length, the name, the mode.
+std::vector<unsigned char> Blob(const std::u16string& name, std::uint32_t mode) {
+  std::vector<unsigned char> blob(12 + 2 * name.size());
+  std::uint64_t length = name.size();
+  std::memcpy(blob.data(), &length, 8);
+  std::memcpy(blob.data() + 8, name.data(), 2 * name.size());
+  std::memcpy(blob.data() + 8 + 2 * name.size(), &mode, 4);
+  return blob;
+}
+
+}  // namespace
 
 TEST_F(ConfigFileTest, MissingFileFailsAndChangesNothing) {
   ASSERT_EQ(log_->SetFolders(zyrtest::U16(dir_).c_str(), nullptr, 0), ZYR_OK);
@@ -91,16 +95,32 @@ TEST_F(ConfigFileTest, FreshChannelLoadGetsDotAndTheDefaultLogFolder) {
   ZyrReleaseLogObject(&IID_IZyrLog, other);
 }
 
+// A reset keeps the loggers the clients hold and drops the appenders; the
+// built-in default writes common.log again, with its mark and its lock file.
 TEST_F(ConfigFileTest, ResetGoesBackToTheBuiltInDefault) {
-  ASSERT_EQ(log_->LoadConfigText(u"[root]\nSeverity = ERROR\nAddAppenders = n\n[n]\nType = Appender\nAppenderType = Null\n"),
+  ASSERT_EQ(log_->LoadConfigText(u"[root]\nSeverity = ERROR\n[svc]\nAdditive = false\nSeverity = ERROR\n"
+                                 u"AddAppenders = n\n[n]\nType = Appender\nAppenderType = Null\n"),
             ZYR_OK);
+  ZyrLogger* svc = Get(u"svc");
+  EXPECT_EQ(svc->threshold.load(), ZYR_SEVERITY_ERROR);
   EXPECT_EQ(Get(u"root")->threshold.load(), ZYR_SEVERITY_ERROR);
   ASSERT_EQ(log_->ResetConfig(), ZYR_OK);
+  EXPECT_EQ(Get(u"svc"), svc);
+  EXPECT_EQ(svc->threshold.load(), ZYR_SEVERITY_INFO);
+  EXPECT_EQ(svc->flags.load(), 0x19u);
   EXPECT_EQ(Get(u"root")->threshold.load(), ZYR_SEVERITY_INFO);
-  ZyrLogger* app = Get(u"after.reset");
-  ASSERT_EQ(app->LogShort(ZYR_SEVERITY_WARN, u"again", nullptr, 0, 0, 0, 0, nullptr), ZYR_OK);
+  ZyrLogManager* m = nullptr;
+  ASSERT_EQ(ZyrLogManager::Acquire(&m), ZYR_OK);
+  ZyrLogAppender* n = nullptr;
+  EXPECT_EQ(m->Appenders().Find(u"n", 1, &n), ZYR_E_APPENDER_NOT_FOUND);
+  m->Release();
+  ASSERT_EQ(Get(u"after.reset")->LogShort(ZYR_SEVERITY_INFO, u"again", u"main.cpp", 3, 0, 0, 0, nullptr), ZYR_OK);
   ASSERT_EQ(log_->Flush(), ZYR_OK);
-  EXPECT_NE(ReadFile(dir_ + "/Zyr/OPH2015/log/common.log").find("MSG:again\r\n"), std::string::npos);
+  std::string text = ReadFile(dir_ + "/Zyr/OPH2015/log/common.log");
+  EXPECT_EQ(text.substr(0, 3), "\xEF\xBB\xBF");
+  EXPECT_NE(text.find("[after.reset] INFO "), std::string::npos);
+  EXPECT_NE(text.find(" ID:main.cpp:3.0.0.0 MSG:again\r\n"), std::string::npos);
+  EXPECT_TRUE(zyrtest::Exists(dir_ + "/Zyr/OPH2015/log/common.log.lock"));
 }
 
 TEST(ConfigFileFailure, LogFolderThatCannotBeMadeFailsTheObject) {
@@ -109,8 +129,7 @@ TEST(ConfigFileFailure, LogFolderThatCannotBeMadeFailsTheObject) {
   WriteFile(blocker, "x");
   setenv("LOCALAPPDATA", blocker.c_str(), 1);  // a file where a folder must go
   IZyrLog* log = nullptr;
-  ZyrResult r = ZyrGetLogObject(&IID_IZyrLog, &log);
-  EXPECT_TRUE(ZyrFailed(r));
+  EXPECT_TRUE(ZyrFailed(ZyrGetLogObject(&IID_IZyrLog, &log)));
   EXPECT_EQ(log, nullptr);
   zyrtest::RemoveTree(dir);
 }
@@ -194,6 +213,26 @@ TEST_F(ConfigFileTest, ShortMessageAllocatesNothingOnTheWayToAFile) {
   ZyrBasTestFailAllocationsAfter(-1);
   EXPECT_EQ(r, ZYR_OK);
   ASSERT_EQ(log_->Flush(), ZYR_OK);
-  std::string written = ReadFile(file);
-  EXPECT_NE(written.find("ID:a.cpp:2.0.0.0 MSG:n=7\r\n"), std::string::npos);
+  EXPECT_NE(ReadFile(file).find("ID:a.cpp:2.0.0.0 MSG:n=7\r\n"), std::string::npos);
+}
+
+// The reconfiguration exports load a named file through the private channel
+// of each object.
+TEST_F(ConfigFileTest, RemoteReconfigureLoadsThroughThePrivateChannel) {
+  WriteFile(dir_ + "/abc", "[reconf.x]\nAdditive = no\nSeverity = FATAL\n");
+  ASSERT_EQ(log_->SetPrivateFolders(zyrtest::U16(dir_).c_str(), nullptr, 0), ZYR_OK);
+  ZyrLogger* x = Get(u"reconf.x");
+  std::vector<unsigned char> ignored = Blob(u"abc", 2);
+  EXPECT_EQ(ignored.size(), 18u);
+  EXPECT_EQ(RunThread(&ZyrLogLibraryRemoteReconfigure, ignored.data()), ZYR_OK);
+  EXPECT_EQ(x->threshold.load(), ZYR_SEVERITY_INFO);  // mode 2: nothing touched
+  std::vector<unsigned char> blob = Blob(u"abc", 1);
+  EXPECT_EQ(RunThread(&ZyrLogLibraryRemoteReconfigure, blob.data()), ZYR_OK);
+  EXPECT_EQ(x->threshold.load(), ZYR_SEVERITY_FATAL);
+  WriteFile(dir_ + "/abc", "[reconf.x]\nAdditive = no\nSeverity = ERROR\n");
+  EXPECT_EQ(RunThread(&ZyrLogLibraryRemoteReloadConfig, nullptr), ZYR_OK);
+  EXPECT_EQ(x->threshold.load(), ZYR_SEVERITY_ERROR);
+  ZyrReleaseLogObject(&IID_IZyrLog, log_);
+  log_ = nullptr;
+  EXPECT_EQ(ZyrLogLibraryReconfigure(u"abc", 0), ZYR_OK);  // no object: nothing to do
 }

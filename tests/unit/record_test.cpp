@@ -3,19 +3,14 @@
 
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "base/format.h"
 #include "records/event.h"
 #include "records/standard_line.h"
+#include "test_support.h"
 
 namespace {
-
-std::u16string Walk(std::initializer_list<std::uint64_t> slots) {
-  std::vector<std::uint64_t> list(slots);
-  ZyrBasString text;
-  EXPECT_EQ(ZyrLogWalkTypedList(text, list.data()), ZYR_OK);
-  return std::u16string(text.Text(), text.Length());
-}
 
 std::uint64_t P(const void* p) { return ZyrBasSlotFromPointer(p); }
 
@@ -34,26 +29,29 @@ constexpr std::uint64_t kExampleTime = 130594812675120000ull;  // 2014-11-03 09:
 
 }  // namespace
 
-TEST(TypedList, ItemsPrefixesAndSeparators) {
-  EXPECT_EQ(Walk({ZYR_TAG_END}), u"");
-  EXPECT_EQ(Walk({ZYR_TAG_ERRORCODE, 5, ZYR_TAG_STR, P(u"c:\\data"), ZYR_TAG_BOOL, 0, ZYR_TAG_END}),
-            u"'ERRORCODE:0x00000005', 'STR:c:\\data', 'BOOL:FALSE'");
-  EXPECT_EQ(Walk({ZYR_TAG_STR, 0, ZYR_TAG_END}), u"'STR:'");
-  EXPECT_EQ(Walk({ZYR_TAG_BOOL, 0x100, ZYR_TAG_END}), u"'BOOL:FALSE'");
-  EXPECT_EQ(Walk({ZYR_TAG_INT8, static_cast<std::uint64_t>(-1), ZYR_TAG_INT16,
-                  static_cast<std::uint64_t>(-1), ZYR_TAG_END}),
-            u"'INT8:0xff', 'INT16:0xffff'");
-  EXPECT_EQ(Walk({ZYR_TAG_QWORD, 0x0123456789abcdefull, ZYR_TAG_FILESIZE, 10, ZYR_TAG_CHAR, 0x41, ZYR_TAG_END}),
-            u"'QWORD:0x0123456789abcdef', 'FILESIZE:0x000000000000000a', 'CHAR:0x0041'");
-  EXPECT_EQ(Walk({ZYR_TAG_DOUBLE, ZyrBasSlotFromDouble(1.5), ZYR_TAG_END}),
-            u"'DOUBLE:1.50000000000000000000e+00'");
-}
-
-TEST(TypedList, StringEscapes) {
+TEST(TypedList, ItemsPrefixesSeparatorsAndEscapes) {
   const char16_t withNul[] = {u'a', 0, u'b'};
-  EXPECT_EQ(Walk({ZYR_TAG_COUNTED_STR, P(withNul), 3, ZYR_TAG_END}), u"'STR:a\\0b'");
-  EXPECT_EQ(Walk({ZYR_TAG_STR, P(u"it's"), ZYR_TAG_END}), u"'STR:it''s'");
-  EXPECT_EQ(Walk({ZYR_TAG_TIME, P(u"one\r\ntwo"), ZYR_TAG_END}), u"'TIME:one\x0b\x0btwo'");
+  const std::uint64_t minus = static_cast<std::uint64_t>(-1);
+  const std::pair<std::vector<std::uint64_t>, const char16_t*> cases[] = {
+      {{ZYR_TAG_END}, u""},
+      {{ZYR_TAG_ERRORCODE, 5, ZYR_TAG_STR, P(u"c:\\data"), ZYR_TAG_BOOL, 0, ZYR_TAG_END},
+       u"'ERRORCODE:0x00000005', 'STR:c:\\data', 'BOOL:FALSE'"},
+      {{ZYR_TAG_STR, 0, ZYR_TAG_END}, u"'STR:'"},
+      {{ZYR_TAG_BOOL, 0x100, ZYR_TAG_END}, u"'BOOL:FALSE'"},
+      {{ZYR_TAG_INT8, minus, ZYR_TAG_INT16, minus, ZYR_TAG_END}, u"'INT8:0xff', 'INT16:0xffff'"},
+      {{ZYR_TAG_QWORD, 0x0123456789abcdefull, ZYR_TAG_FILESIZE, 10, ZYR_TAG_CHAR, 0x41, ZYR_TAG_END},
+       u"'QWORD:0x0123456789abcdef', 'FILESIZE:0x000000000000000a', 'CHAR:0x0041'"},
+      {{ZYR_TAG_DOUBLE, ZyrBasSlotFromDouble(1.5), ZYR_TAG_END}, u"'DOUBLE:1.50000000000000000000e+00'"},
+      {{ZYR_TAG_COUNTED_STR, P(withNul), 3, ZYR_TAG_END}, u"'STR:a\\0b'"},
+      {{ZYR_TAG_STR, P(u"it's"), ZYR_TAG_END}, u"'STR:it''s'"},
+      {{ZYR_TAG_TIME, P(u"one\r\ntwo"), ZYR_TAG_END}, u"'TIME:one\x0b\x0btwo'"},
+  };
+  for (const auto& [slots, expected] : cases) {
+    SCOPED_TRACE(zyrtest::Narrow(expected));
+    ZyrBasString text;
+    ASSERT_EQ(ZyrLogWalkTypedList(text, slots.data()), ZYR_OK);
+    EXPECT_EQ(std::u16string(text.Text(), text.Length()), expected);
+  }
 }
 
 TEST(Compose, MessageFromFormatTypedListOrText) {
@@ -77,20 +75,8 @@ TEST(Compose, MessageFromFormatTypedListOrText) {
   EXPECT_EQ(e.SvnRev, 3u);
   EXPECT_NE(e.ThreadId, 0u);
   EXPECT_NE(e.Timestamp, 0u);
-}
 
-TEST(Compose, LongMessagesComeOutWhole) {
-  for (std::size_t n : {511u, 512u, 5000u}) {
-    std::u16string big(n, u'x');
-    std::uint64_t args[] = {P(big.c_str())};
-    ZyrLogEvent e;
-    ASSERT_EQ(ZyrLogComposeEvent(e, Source(u"%s", args, ZYR_LOGGER_PRIVATE)), ZYR_OK);
-    EXPECT_EQ(e.Message.Length(), n);
-  }
-}
-
-TEST(Compose, RevisionTextMarksTheNumber) {
-  ZyrLogEvent e;
+  // A revision text marks the number.
   ZyrLogEventSource s = Source(u"m", nullptr, ZYR_LOGGER_PUBLIC);
   s.revisionText = u"54e9bc545d3f933969433d17a90f5186c51a9e73";
   ASSERT_EQ(ZyrLogComposeEvent(e, s), ZYR_OK);
@@ -98,15 +84,20 @@ TEST(Compose, RevisionTextMarksTheNumber) {
   EXPECT_EQ(e.RevisionText.Length(), 40u);
 }
 
-TEST(Compose, EventMovesWithoutCopyingItsStrings) {
-  ZyrLogEvent e;
-  std::u16string big(300, u'y');
-  std::uint64_t args[] = {P(big.c_str())};
-  ASSERT_EQ(ZyrLogComposeEvent(e, Source(u"%s", args, ZYR_LOGGER_PRIVATE)), ZYR_OK);
-  const char16_t* storage = e.Message.Text();
-  ZyrLogEvent moved(static_cast<ZyrLogEvent&&>(e));
-  EXPECT_EQ(moved.Message.Text(), storage);
-  EXPECT_TRUE(e.Message.Empty());
+// Long messages come out whole, around the inline buffer's end, and an
+// event moves without copying its strings.
+TEST(Compose, LongMessagesComeOutWholeAndMoveWithoutCopy) {
+  for (std::size_t n : {300u, 511u, 512u, 5000u}) {
+    std::u16string big(n, u'x');
+    std::uint64_t args[] = {P(big.c_str())};
+    ZyrLogEvent e;
+    ASSERT_EQ(ZyrLogComposeEvent(e, Source(u"%s", args, ZYR_LOGGER_PRIVATE)), ZYR_OK);
+    EXPECT_EQ(e.Message.Length(), n);
+    const char16_t* storage = e.Message.Text();
+    ZyrLogEvent moved(static_cast<ZyrLogEvent&&>(e));
+    EXPECT_EQ(moved.Message.Text(), storage);
+    EXPECT_TRUE(e.Message.Empty());
+  }
 }
 
 TEST(StandardLine, TheExampleByteForByte) {
@@ -152,13 +143,11 @@ TEST(StandardLine, FieldsAndForms) {
   e.Product = 8;
   line = Line(e);
   EXPECT_NE(line.find(u":5.6.abc123.8 MSG:*"), std::u16string::npos);
-}
 
-TEST(StandardLine, TimeOutsideTheRangeGivesNoLine) {
-  ZyrLogEvent e;
+  // A time outside the range gives no line.
+  ZyrBasString none;
   e.Timestamp = 0x19db1ded53e8000ull - 1;  // just before 1970
-  ZyrBasString line;
-  EXPECT_EQ(ZyrLogComposeStandardLine(e, line), ZYR_E_TIME_OUT_OF_RANGE);
+  EXPECT_EQ(ZyrLogComposeStandardLine(e, none), ZYR_E_TIME_OUT_OF_RANGE);
   e.Timestamp = ~0ull;
-  EXPECT_EQ(ZyrLogComposeStandardLine(e, line), ZYR_E_TIME_OUT_OF_RANGE);
+  EXPECT_EQ(ZyrLogComposeStandardLine(e, none), ZYR_E_TIME_OUT_OF_RANGE);
 }
