@@ -16,6 +16,14 @@ ZyrResult ZyrLogHousekeeper::CompressRolled(const char16_t* path) {
   ZyrResult r = ZyrBasPathDirectory(folder, path);
   if (ZyrSucceeded(r)) r = ZyrBasPathFileName(name, path);
   if (ZyrFailed(r)) return r;
+  // The rolled file is asked first. Where the file system refuses it, it
+  // refuses its neighbours too (one folder, one file system): the listings,
+  // which would read the attributes of every rolled file at every
+  // rollover, are left out. A file already gone was moved on by another
+  // process's rollover, and says nothing of the file system.
+  r = StartJob(path);
+  if (r == ZYR_E_OUT_OF_MEMORY) return r;
+  if (ZyrFailed(r) && r != ZYR_E_FILE_NOT_FOUND && r != ZYR_E_PATH_NOT_FOUND) return ZYR_OK;
   std::size_t prefix = 0;
   while (prefix < name.Length() && name.Text()[prefix] != u'.') ++prefix;
   // Fixed to ".log": the rolled files of another extension stay as they are.
@@ -50,24 +58,30 @@ ZyrResult ZyrLogHousekeeper::CompressByMask(const ZyrBasString& folder, const Zy
     if (ZyrFailed(r)) return r;
   }
 
-  ZyrBasLockGuard guard(lock_);
-  ZyrResult r = Collect(false);
-  if (ZyrFailed(r)) return r;
   for (ZyrBasString& path : paths) {
-    auto* job = ZyrNew<ZyrBasCompressionRequest>();
-    if (!job) return ZYR_E_OUT_OF_MEMORY;
     // A refusal (a file system without compression, a file held by
     // someone) is no fault: the file stays as it is, and the next rollover
     // asks again.
-    if (ZyrSucceeded(job->Start(path.Text())) && job->Pending()) {
-      // Without a list entry the running request keeps its job, never
-      // collected: freeing it under the file system would be worse.
-      (void)jobs_.Append(job);
-      continue;
-    }
-    ZyrDelete(job);
+    if (StartJob(path.Text()) == ZYR_E_OUT_OF_MEMORY) return ZYR_E_OUT_OF_MEMORY;
   }
   return ZYR_OK;
+}
+
+ZyrResult ZyrLogHousekeeper::StartJob(const char16_t* path) {
+  ZyrBasLockGuard guard(lock_);
+  ZyrResult r = Collect(false);
+  if (ZyrFailed(r)) return r;
+  auto* job = ZyrNew<ZyrBasCompressionRequest>();
+  if (!job) return ZYR_E_OUT_OF_MEMORY;
+  r = job->Start(path);
+  if (ZyrSucceeded(r) && job->Pending()) {
+    // Without a list entry the running request keeps its job, never
+    // collected: freeing it under the file system would be worse.
+    (void)jobs_.Append(job);
+    return r;
+  }
+  ZyrDelete(job);
+  return r;
 }
 
 ZyrResult ZyrLogHousekeeper::CollectFinished() {

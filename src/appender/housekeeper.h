@@ -24,7 +24,8 @@ class ZyrLogHousekeeper {
 
   // Creates the lock.
   ZyrResult Init();
-  // After a rollover of `path`: the siblings of the log that match
+  // After a rollover of `path`: `path` itself, and unless the file system
+  // refused it, the siblings of the log that match
   // "<prefix>.*-*-*.log" (dated) and "<prefix>.log.*" (numbered), the
   // prefix being the file name up to its first ".", are asked to be
   // compressed, if they are not yet. So files that an earlier try left
@@ -39,6 +40,8 @@ class ZyrLogHousekeeper {
 
  private:
   ZyrResult CompressByMask(const ZyrBasString& folder, const ZyrBasString& pattern);
+  // One request for `path`, held while it runs; the file system's answer.
+  ZyrResult StartJob(const char16_t* path);
   ZyrResult Collect(bool wait);
 
   ZyrBasCriticalSection lock_;  // guards jobs_; after the appenders' locks

@@ -205,12 +205,12 @@ TEST_F(MultiProcessTest, RacingWritersOnARollingLog) {
 
 // A rollover costs what the files on disk cost, not what FilesCount could
 // hold: a walk over all 5000 numbers made the worst file some 36 times
-// Size. What is left does not follow the chain (FilesCount 10 gives the
-// same): it is the time the holder spends off the processor between its
-// lock and its move, while the others, which never wait for the lock, go on
-// appending to the full file. With four writers on two cores the lines
-// over the limit come in runs of one process, over 3 to 12 ms in which the
-// holder writes nothing.
+// Size. Two things still let a file grow past Size, since the others never
+// wait for the lock: the holder's time off the processor (four writers on
+// two cores: runs of one process over 3 to 12 ms), and a chain of some 100
+// files, whose renumbering takes about as long as filling 8 KB, so that the
+// next file can fill before the lock is free. Two writers: about 3.5 KB
+// over at worst.
 TEST_F(MultiProcessTest, AChainAllowedThousandsOfNumbersCostsOnlyTheFilesThere) {
   const long size = 8192;
   long worst = RaceOnRollingLog(dir_, size, 5000);
