@@ -19,13 +19,14 @@ void CheckNormal(const ZyrBasString& full) {
   std::size_t n = full.Length();
   std::size_t root = ZyrBasPathRootLength(full.Text(), n);
   ZYR_FUZZ_CHECK(root <= n);
-  // Behind the root: components separated by single "\", none "." or "..".
+  // Behind the root: components separated by one written separator, none
+  // "." or "..".
   std::size_t start = root;
   while (start < n && Sep(full[start])) ++start;
   for (std::size_t i = start; i <= n; ++i) {
     if (i < n && !Sep(full[i])) continue;
     std::size_t len = i - start;
-    if (i < n) ZYR_FUZZ_CHECK(len > 0 && full[i] == u'\\');
+    if (i < n) ZYR_FUZZ_CHECK(len > 0 && full[i] == kZyrBasPathSeparator);
     ZYR_FUZZ_CHECK(!(len == 1 && full[start] == u'.'));
     ZYR_FUZZ_CHECK(!(len == 2 && full[start] == u'.' && full[start + 1] == u'.'));
     start = i + 1;
