@@ -16,14 +16,13 @@ ZyrResult ZyrLogHousekeeper::CompressRolled(const char16_t* path) {
   ZyrResult r = ZyrBasPathDirectory(folder, path);
   if (ZyrSucceeded(r)) r = ZyrBasPathFileName(name, path);
   if (ZyrFailed(r)) return r;
-  // The rolled file is asked first. Where the file system refuses it, it
+  // The rolled file is asked first. A file system that cannot compress
   // refuses its neighbours too (one folder, one file system): the listings,
   // which would read the attributes of every rolled file at every
-  // rollover, are left out. A file already gone was moved on by another
-  // process's rollover, and says nothing of the file system.
+  // rollover, are left out.
   r = StartJob(path);
+  if (r == ZYR_E_NOT_SUPPORTED) return ZYR_OK;
   if (r == ZYR_E_OUT_OF_MEMORY) return r;
-  if (ZyrFailed(r) && r != ZYR_E_FILE_NOT_FOUND && r != ZYR_E_PATH_NOT_FOUND) return ZYR_OK;
   std::size_t prefix = 0;
   while (prefix < name.Length() && name.Text()[prefix] != u'.') ++prefix;
   // Fixed to ".log": the rolled files of another extension stay as they are.

@@ -29,7 +29,9 @@ ZyrResult ZyrBasCompressionRequest::Start(const char16_t* path) {
     // log marked compressed there would only mislead its reader.
     r = ZYR_E_NOT_SUPPORTED;
   } else if (ioctl(fd, FS_IOC_GETFLAGS, &flags) != 0) {
-    r = ZyrResultFromErrno(errno);
+    // No flags at all (tmpfs and the like): nothing to compress with.
+    r = errno == ENOTTY || errno == EOPNOTSUPP || errno == EINVAL ? ZYR_E_NOT_SUPPORTED
+                                                                  : ZyrResultFromErrno(errno);
   } else if (!(flags & FS_COMPR_FL)) {
     flags |= FS_COMPR_FL;
     if (ioctl(fd, FS_IOC_SETFLAGS, &flags) != 0) r = ZyrResultFromErrno(errno);
