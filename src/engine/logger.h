@@ -65,6 +65,7 @@ class ZyrLoggerNode final : public ZyrLogger {
   void ClearAppenders();
   ZyrResult CloseAppenders();
   // Stores the threshold and hands it down to the additive children.
+  // Under the manager's lock, which guards the children lists.
   void SetThreshold(ZyrLogSeverity severity);
   // Full-barrier reads, as the library reads these fields.
   ZyrLogSeverity ReadThreshold() const { return threshold.load(std::memory_order_seq_cst); }

@@ -67,7 +67,12 @@ TEST(EngineStress, LoggersMadeAndConfiguredWhileOthersWrite) {
   ZyrCfgDocument document;
   for (int i = 0; i < 100; ++i) {
     ZyrLoggerNode* root = f.Logger(u"root");
-    root->SetThreshold(i % 2 ? ZYR_SEVERITY_INFO : ZYR_SEVERITY_WARN);
+    {
+      // As a configuration does it: the walk reads the children that the
+      // maker adds under the same lock.
+      ZyrBasLockGuard guard(f.manager->Lock());
+      root->SetThreshold(i % 2 ? ZYR_SEVERITY_INFO : ZYR_SEVERITY_WARN);
+    }
     // An empty document still takes the manager's lock and the tree lock.
     ASSERT_EQ(f.manager->ApplyDocument(document, ZyrBasString()), ZYR_OK);
   }
