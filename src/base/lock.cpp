@@ -23,12 +23,14 @@ void ZyrBasCriticalSection::Delete() {
   initialised_ = 0;
 }
 
+void ZyrBasYield() { sched_yield(); }
+
 void ZyrBasSpinLock::Acquire() {
   for (;;) {
     std::uint32_t expected = 0;
     if (word.compare_exchange_strong(expected, 1, std::memory_order_acquire)) return;
     if (delayMs == 0) {
-      sched_yield();
+      ZyrBasYield();
     } else {
       // All ones would be an untimed delay, which on this platform could
       // never end; it sleeps one second between attempts instead.

@@ -42,6 +42,9 @@ class ZyrBasLockGuard {
   ZyrBasCriticalSection& cs_;
 };
 
+// Gives the processor to another thread that is ready to run.
+void ZyrBasYield();
+
 // Lock word and delay in milliseconds between attempts: 0 yields the rest of
 // the time slice, all ones sleeps without limit. Zero-initialised statics
 // need no constructor.

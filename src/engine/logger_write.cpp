@@ -75,6 +75,11 @@ ZyrResult ZyrLoggerNode::Write(ZyrLogSeverity severity, const char16_t* format,
 // The climb is a loop, not a call per level, so that a deep logger costs no
 // machine stack.
 ZyrResult ZyrLoggerNode::Append(ZyrLogEvent& event) {
+  // A reload is taking the logger locks: give way a little first, never
+  // for long, so that a reload that waits for this thread is not held up.
+  if (hierarchy_) {
+    for (int i = 0; i < 16 && hierarchy_->treeWanted.load(std::memory_order_relaxed); ++i) ZyrBasYield();
+  }
   for (ZyrLoggerNode* logger = this; logger;) {
     ZyrResult failure = ZYR_OK;
     {

@@ -161,6 +161,7 @@ ZyrResult ZyrLogManager::Flush() {
 // remembers that this pass holds its lock, so that a logger made during the
 // pass (unlocked) is passed by on the way back.
 void ZyrLogManager::LockTree(ZyrLoggerNode* logger) {
+  hierarchy_.treeWanted.store(1, std::memory_order_relaxed);
   ZyrLoggerNode::Walk(
       logger,
       [](ZyrLoggerNode* node) {
@@ -169,6 +170,7 @@ void ZyrLogManager::LockTree(ZyrLoggerNode* logger) {
         return true;
       },
       [](ZyrLoggerNode*) {});
+  hierarchy_.treeWanted.store(0, std::memory_order_relaxed);
 }
 
 void ZyrLogManager::UnlockTree(ZyrLoggerNode* logger) {

@@ -39,6 +39,10 @@ class ZyrLogHierarchy {
   std::uint8_t ready = 0;
   ZyrLogDispatcher* dispatcher = nullptr;  // owning
   ZyrBasString preamble;  // always empty: the source of an event's Preamble
+  // Set while a reload takes the logger locks one by one. The locks are not
+  // fair: writers that take a logger's lock again and again could keep a
+  // reload waiting for seconds; they give way while this is set.
+  std::atomic<std::uint32_t> treeWanted{0};
 };
 
 class ZyrLogManager final {
