@@ -1,5 +1,6 @@
 #include "appender/rolling_common.h"
 
+#include "base/lock.h"
 #include "config/document.h"
 
 ZyrResult ZyrLogRollingAppenderBase::CloseTarget() { return writer_.Close(); }
@@ -19,6 +20,12 @@ ZyrResult ZyrLogRollingAppenderBase::PrepareTarget(ZyrBasString& path) {
   if (ZyrFailed(r)) return r;
   EnsureFolder(path);
   return fileLock_.IsOpen() ? ZYR_OK : fileLock_.OpenBeside(path);
+}
+
+ZyrResult ZyrLogRollingAppenderBase::TryRollLock() {
+  ZyrResult lock = fileLock_.TryLock(true);
+  if (ZyrFailed(lock) && !ZyrLogFileLock::Unsupported(lock)) ZyrBasYield();
+  return lock;
 }
 
 char16_t* ZyrLogDecimal(char16_t* end, std::uint64_t value) {

@@ -33,6 +33,12 @@ class ZyrLogRollingAppenderBase : public ZyrLogFileBasedAppender {
   // unguarded beside other processes.
   ZyrResult PrepareTarget(ZyrBasString& path);
   ZyrResult ReopenLiveFile();
+  // Tries the lock file for a roll, never waiting. When another process
+  // holds it, this one gives up the processor once before it goes on to
+  // write into whatever file is live: the holder may be the process that
+  // waits for this core, and every line written before its roll ends lands
+  // in the file that is being rolled away.
+  ZyrResult TryRollLock();
 
   ZyrLogFileWriter writer_;
   ZyrLogFileLock fileLock_;

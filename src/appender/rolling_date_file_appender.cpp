@@ -53,7 +53,7 @@ ZyrResult ZyrLogRollingDateFileAppender::Append(ZyrLogEvent&, const char16_t* te
     if (ZyrFailed(r)) return r;
     // Busy: another process is rolling. The open below finds whichever
     // file is live then.
-    ZyrResult lock = fileLock_.TryLock(true);
+    ZyrResult lock = TryRollLock();
     bool locked = ZyrSucceeded(lock);
     if (locked || ZyrLogFileLock::Unsupported(lock)) {
       (void)Roll();
@@ -118,7 +118,7 @@ ZyrResult ZyrLogRollingDateFileAppender::PrepareAndOpen(const ZyrBasString& path
       // move the fresh file that it makes next under yesterday's name, over
       // the file it rolled. So this open takes whichever file is live, and
       // the next line looks again.
-      ZyrResult lock = fileLock_.TryLock(true);
+      ZyrResult lock = TryRollLock();
       bool locked = ZyrSucceeded(lock);
       if (locked || ZyrLogFileLock::Unsupported(lock)) {
         r = Roll();

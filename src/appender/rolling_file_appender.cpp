@@ -74,7 +74,7 @@ ZyrResult ZyrLogRollingFileAppender::Append(ZyrLogEvent&, const char16_t* text, 
   (void)Close();
   rollClosing_ = 0;
 
-  ZyrResult lock = fileLock_.TryLock(true);
+  ZyrResult lock = TryRollLock();
   bool locked = ZyrSucceeded(lock);
   // Busy: another process is rolling this log. The appender stays closed,
   // and the next event opens whatever the live file then is.

@@ -182,10 +182,11 @@ long RaceOnRollingLog(const std::string& dir, long size, int filesCount) {
   EXPECT_LE(chain.sizes.rbegin()->first, filesCount);
   // Only a file above the limit is ever moved: two writers that pass the
   // limit together roll once, never the fresh file behind it.
-  long worst = 0;
+  long worst = 0, over = 0;
   for (auto& [number, bytes] : chain.sizes) {
     if (number > 0) {
       EXPECT_GT(bytes, size) << "x.log." << number;
+      over += bytes - size;
     }
     worst = std::max(worst, bytes - size);
   }
@@ -193,8 +194,8 @@ long RaceOnRollingLog(const std::string& dir, long size, int filesCount) {
   // file while its holder moves the chain up (and longer if the holder is
   // preempted): the overshoot is the lines of that window, which timing
   // decides. The single-writer bound of one line is a unit test.
-  printf("Size %ld, FilesCount %d: %d files, worst overshoot %ld bytes, about %ld lines\n", size,
-         filesCount, numbered, worst, worst / chain.longestLine);
+  printf("Size %ld, FilesCount %d: %d files, overshoot %ld bytes on average, worst %ld bytes, about %ld lines\n",
+         size, filesCount, numbered, numbered ? over / numbered : 0, worst, worst / chain.longestLine);
   return worst;
 }
 
@@ -205,17 +206,16 @@ TEST_F(MultiProcessTest, RacingWritersOnARollingLog) {
 
 // A rollover costs what the files on disk cost, not what FilesCount could
 // hold: a walk over all 5000 numbers made the worst file some 36 times
-// Size. Two things still let a file grow past Size, since the others never
-// wait for the lock: the holder's time off the processor (four writers on
-// two cores: runs of one process over 3 to 12 ms), and a chain of some 100
-// files, whose renumbering takes about as long as filling 8 KB, so that the
-// next file can fill before the lock is free. Two writers: about 3.5 KB
-// over at worst.
+// Size. A writer that finds the lock busy gives up the processor once, so
+// that a holder waiting for that core finishes first (without it, four
+// writers on two cores left files 7 to 13 times Size over). What is left
+// is the renumbering of a chain of some 150 files, while the others go on
+// appending: about 50 lines at worst here, 4 to 10 with FilesCount = 10.
 TEST_F(MultiProcessTest, AChainAllowedThousandsOfNumbersCostsOnlyTheFilesThere) {
   const long size = 8192;
   long worst = RaceOnRollingLog(dir_, size, 5000);
   RecordProperty("worst_overshoot_bytes", static_cast<int>(worst));
-  EXPECT_LT(worst, 24 * size);
+  EXPECT_LT(worst, 6 * size);
 }
 
 TEST_F(MultiProcessTest, RacingWritersOnAPlainFile) {
