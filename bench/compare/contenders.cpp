@@ -481,6 +481,9 @@ const std::vector<ContenderInfo>& AllContenders() {
       // One file shared by as many processes as the row has workers.
       {"limit-write-procs", "limit: write() per line, processes", Kind::kLimit, false, false,
        Make<LimitContender, SizeQuery::kNone>, true},
+      // The ceiling of a shared rolling log: each line also asks for the size.
+      {"limit-write-lseek-procs", "limit: write()+lseek() per line, processes", Kind::kLimit, false,
+       false, Make<LimitContender, SizeQuery::kPositionAfter>, true},
       {"zyrlog-rolling-procs", "zyrlog RollingFile, processes", Kind::kRolling, false, false,
        Make<ZyrContender, ZyrOutput::kRolling, false>, true},
       {"zyrlog-null", "zyrlog Null appender (no I/O)", Kind::kNoOutput, false, false,

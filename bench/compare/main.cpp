@@ -395,7 +395,8 @@ int main(int argc, char** argv) {
   }
   std::printf(
       "\nns/call: wall time of the round / calls of all threads. x limit: against the write loop\n"
-      "(rolling rows: against the write+lseek loop). ns/disk: the same until every line was in the\n"
+      "(rolling rows: against the write+lseek loop; rows of processes: against the write loop of\n"
+      "as many processes). ns/disk: the same until every line was in the\n"
       "kernel's hands (flush, close, or the queue's end). p50..p99.9: one caller's call on a queue\n"
       "road, in ns; these rows time every call, which adds two clock reads to their ns/call.\n"
       "alloc/c: allocations per call in the whole process (queue rows: until the queue is done).\n"
