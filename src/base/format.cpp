@@ -501,22 +501,36 @@ ZyrResult Convert(Sink& out, ZyrBasCodePage selector, const ZyrBasFormatSpec& sp
   return fits ? ZYR_OK : ZYR_E_BUFFER_TOO_SMALL;
 }
 
-// "%d" of a 32-bit value.
+// "%d" of a 32-bit value, two digits a step.
 bool PutInt32(Sink& out, std::int32_t value) {
+  static constexpr char kPairs[] =
+      "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+      "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+      "8081828384858687888990919293949596979899";
   std::uint32_t u = value < 0 ? 0u - static_cast<std::uint32_t>(value) : static_cast<std::uint32_t>(value);
   char16_t body[11];
   std::size_t start = sizeof body / sizeof body[0];
-  do body[--start] = static_cast<char16_t>(u'0' + u % 10);
-  while ((u /= 10) != 0);
+  for (; u >= 100; u /= 100) {
+    start -= 2;
+    body[start] = static_cast<char16_t>(kPairs[u % 100 * 2]);
+    body[start + 1] = static_cast<char16_t>(kPairs[u % 100 * 2 + 1]);
+  }
+  if (u >= 10) {
+    start -= 2;
+    body[start] = static_cast<char16_t>(kPairs[u * 2]);
+    body[start + 1] = static_cast<char16_t>(kPairs[u * 2 + 1]);
+  } else {
+    body[--start] = static_cast<char16_t>(u'0' + u);
+  }
   if (value < 0) body[--start] = u'-';
   return out.Put(body + start, sizeof body / sizeof body[0] - start);
 }
 
 // "%s" of a terminated wide text, copied as far as it fits.
 bool PutTerminated(Sink& out, const char16_t* text) {
-  for (; *text; ++text)
-    if (!out.Put(*text)) return false;
-  return true;
+  std::size_t n = 0;
+  while (text[n]) ++n;
+  return out.Put(text, n);
 }
 
 ZyrResult FormatInto(Sink& out, ZyrBasCodePage selector, const char16_t* format,

@@ -22,8 +22,6 @@ std::size_t Measure(const char16_t* text, std::size_t length) {
 // ---------------------------------------------------------------------------
 // ZyrBasString
 
-ZyrBasString::~ZyrBasString() { Release(); }
-
 void ZyrBasString::Release() noexcept {
   if (begin_ && !inlineInUse_) ZyrBasFree(begin_);
   begin_ = end_ = capEnd_ = nullptr;
@@ -58,8 +56,13 @@ ZyrBasString& ZyrBasString::operator=(ZyrBasString&& other) noexcept {
   return *this;
 }
 
-ZyrResult ZyrBasString::Reserve(std::size_t n, bool exact) noexcept {
-  if (Capacity() >= n) return ZYR_OK;
+ZyrResult ZyrBasString::Grow(std::size_t n, bool exact) noexcept {
+  if (!begin_ && n <= kInlineCapacity) {  // a fresh string's first short text
+    begin_ = end_ = inline_;
+    capEnd_ = inline_ + kInlineCapacity;
+    inlineInUse_ = 1;
+    return ZYR_OK;
+  }
   if (inlineInUse_ && n <= kInlineCapacity) {
     capEnd_ = begin_ + n;
     return ZYR_OK;
@@ -569,13 +572,35 @@ void ZyrBasReplaceLineBreaks(char16_t* text, std::size_t length, char16_t with) 
     if (text[i] == 0x0a || text[i] == 0x0d) text[i] = with;
 }
 
-// An aligned word may reach past the terminator into bytes that belong to
-// no object, though never into another page; the address checker would call
-// that an overflow, so it looks away here, as it does for the C library's
-// own string scans.
-__attribute__((no_sanitize("address"))) const char16_t* ZyrBasFindPercentOrEnd(const char16_t* text) {
-  // Unit by unit up to an 8-byte boundary; from there whole aligned words,
-  // which never reach into a page the text does not touch.
+// An aligned block may reach past the terminator into bytes that belong to
+// no object, though never into another page; the address and thread
+// checkers would call that an overflow or a race, so they look away here,
+// as they do for the C library's own string scans.
+__attribute__((no_sanitize("address", "thread"))) const char16_t* ZyrBasFindPercentOrEnd(
+    const char16_t* text) {
+  std::uintptr_t address = reinterpret_cast<std::uintptr_t>(text);
+  if (address & 1) {  // not a unit boundary: no block can be read in units
+    while (*text != 0 && *text != u'%') ++text;
+    return text;
+  }
+#if defined(__SSE2__)
+  // Aligned blocks of eight units from the one that holds the first unit,
+  // whose hits before the text are masked off: no block reaches into a page
+  // the text does not touch.
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i percent = _mm_set1_epi16(u'%');
+  const char16_t* block = reinterpret_cast<const char16_t*>(address & ~static_cast<std::uintptr_t>(15));
+  unsigned mask = 0xffffu << (address & 15);
+  for (;;) {
+    __m128i units = _mm_load_si128(reinterpret_cast<const __m128i*>(block));
+    __m128i hit = _mm_or_si128(_mm_cmpeq_epi16(units, zero), _mm_cmpeq_epi16(units, percent));
+    unsigned found = static_cast<unsigned>(_mm_movemask_epi8(hit)) & mask;
+    if (found) return block + (__builtin_ctz(found) >> 1);
+    block += 8;
+    mask = 0xffffu;
+  }
+#else
+  // Unit by unit up to an 8-byte boundary; from there whole aligned words.
   while ((reinterpret_cast<std::uintptr_t>(text) & 7) != 0) {
     if (*text == 0 || *text == u'%') return text;
     ++text;
@@ -595,6 +620,7 @@ __attribute__((no_sanitize("address"))) const char16_t* ZyrBasFindPercentOrEnd(c
   }
   while (*text != 0 && *text != u'%') ++text;
   return text;
+#endif
 }
 
 ZyrResult ZyrBasAppendDecimal(ZyrBasString& out, std::uint64_t magnitude, bool negative) {

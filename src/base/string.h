@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/memory.h"
 #include "zyrlog/result.h"
 
 // A length of all ones means: count up to the terminator.
@@ -24,7 +25,9 @@ class ZyrBasString {
   static constexpr std::size_t kInlineCapacity = 16;  // characters, terminator included
 
   ZyrBasString() noexcept = default;
-  ~ZyrBasString();
+  ~ZyrBasString() {
+    if (begin_ && !inlineInUse_) ZyrBasFree(begin_);
+  }
   // Copying can fail, so it is spelled Assign; moving cannot.
   ZyrBasString(const ZyrBasString&) = delete;
   ZyrBasString& operator=(const ZyrBasString&) = delete;
@@ -46,7 +49,9 @@ class ZyrBasString {
   char16_t operator[](std::size_t i) const noexcept { return begin_[i]; }
 
   // The growth rule; the one place that allocates. n counts the terminator.
-  ZyrResult Reserve(std::size_t n, bool exact = false) noexcept;
+  ZyrResult Reserve(std::size_t n, bool exact = false) noexcept {
+    return Capacity() >= n ? ZYR_OK : Grow(n, exact);
+  }
   ZyrResult Assign(const char16_t* first, const char16_t* last) noexcept;
   ZyrResult Assign(const char16_t* text, std::size_t length = ZYR_TERMINATED) noexcept;
   ZyrResult Assign(const ZyrBasString& other) noexcept { return Assign(other.begin_, other.begin_ + other.Length()); }
@@ -79,6 +84,7 @@ class ZyrBasString {
   bool EqualsAscii(const char* text) const noexcept;
 
  private:
+  ZyrResult Grow(std::size_t n, bool exact) noexcept;
   void Release() noexcept;
   void TakeFrom(ZyrBasString& other) noexcept;
 

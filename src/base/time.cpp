@@ -84,8 +84,22 @@ ZyrResult ZyrBasTimeToFields(ZyrBasTimeFields& f, std::uint64_t time) {
   std::uint32_t seconds = static_cast<std::uint32_t>(rest / kTicksPerSecond);
   std::uint32_t ticks = static_cast<std::uint32_t>(rest % kTicksPerSecond);
 
+  // Lines of one day share their date: the last one converted is kept in
+  // one word (days, year, month, day), which threads may read and replace
+  // at will, so the calendar arithmetic runs once a day, not once a line.
+  static std::atomic<std::uint64_t> lastDate{0};
   std::uint32_t year, month, day;
-  CivilFromDays(days, &year, &month, &day);
+  std::uint64_t cached = lastDate.load(std::memory_order_relaxed);
+  if (cached != 0 && (cached >> 32) == days) {
+    year = static_cast<std::uint32_t>(cached >> 16) & 0xffffu;
+    month = static_cast<std::uint32_t>(cached >> 8) & 0xffu;
+    day = static_cast<std::uint32_t>(cached) & 0xffu;
+  } else {
+    CivilFromDays(days, &year, &month, &day);
+    // Days stay below 2^24 up to the last year, so all four fit.
+    lastDate.store(days << 32 | static_cast<std::uint64_t>(year) << 16 | month << 8 | day,
+                   std::memory_order_relaxed);
+  }
   f.year = static_cast<std::uint16_t>(year);
   f.month = static_cast<std::uint16_t>(month);
   f.day = static_cast<std::uint16_t>(day);

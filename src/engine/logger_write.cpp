@@ -64,7 +64,7 @@ ZyrResult ZyrLoggerNode::Write(ZyrLogSeverity severity, const char16_t* format,
   if (!name) return ZYR_E_OUT_OF_MEMORY;
   ZyrLogEventSource source{name,         severity,     format,   fileName,  line,
                            buildNr,      svnRev,       revisionText, product, logFlags,
-                           scrambleMode, arguments,    preamble};
+                           scrambleMode, arguments,    preamble,     NameLength()};
   if (!hierarchy_) return ZYR_E_NOT_INITIALIZED;
   ZyrLogEvent event;
   ZyrResult r = ZyrLogComposeEvent(event, source);

@@ -206,7 +206,7 @@ ZyrResult ZyrLogComposeEvent(ZyrLogEvent& event, const ZyrLogEventSource& s) {
   event.Product = s.product;
   event.LogFlags = s.logFlags;
   event.ScrambleMode = s.scrambleMode;
-  r = s.loggerName ? event.LoggerName.Assign(s.loggerName) : (event.LoggerName.Clear(), ZYR_OK);
+  r = s.loggerName ? event.LoggerName.Assign(s.loggerName, s.loggerNameLength) : (event.LoggerName.Clear(), ZYR_OK);
   if (ZyrSucceeded(r)) r = s.fileName ? event.FileName.Assign(s.fileName) : (event.FileName.Clear(), ZYR_OK);
   if (ZyrSucceeded(r))
     r = s.revisionText ? event.RevisionText.Assign(s.revisionText) : (event.RevisionText.Clear(), ZYR_OK);

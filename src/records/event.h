@@ -72,6 +72,7 @@ struct ZyrLogEventSource {
   std::uint32_t scrambleMode;
   const std::uint64_t* arguments;  // typed list or format arguments, or null
   const char16_t* preamble;      // may be null
+  std::size_t loggerNameLength = ZYR_TERMINATED;  // known to the logger, else counted
 };
 
 // Fills a fresh event: message text, time, thread and process, the scalar

@@ -40,7 +40,11 @@ inline void AppendDecimal(char16_t*& p, std::int32_t value) {
   // Counted first and written in place from the right: no copy of a few
   // characters through a library call.
   unsigned count = 1;
-  for (std::uint32_t rest = u; rest >= 10; rest /= 10) ++count;
+  std::uint32_t rest = u;
+  if (rest >= 100000000) count += 8, rest /= 100000000;
+  if (rest >= 10000) count += 4, rest /= 10000;
+  if (rest >= 100) count += 2, rest /= 100;
+  if (rest >= 10) ++count;
   char16_t* d = p + count;
   p = d;
   while (u >= 100) {
