@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cstdlib>
 
+#include "base/posix/memory_posix.h"
+
 namespace {
 // -1: no failure injected. Otherwise the number of allocations left.
 std::atomic<long> g_allocationsLeft{-1};
@@ -16,16 +18,29 @@ bool InjectedFailure() noexcept {
   }
   return false;
 }
+
+// From this size on a block is taken to be one of the queue's arrays in a
+// burst, or the like, and the system is asked for huge pages under it: one
+// fault then maps 2 MiB instead of 4 KiB. Each fault costs about 16 us on
+// the virtual machines we measure on (5 us even when the pages are mapped
+// at once), and a burst that outruns the worker touches some 100 MB of
+// fresh queue in 200,000 lines.
+constexpr std::size_t kLargeBlock = std::size_t{2} << 20;
+
+void* Advised(void* block, std::size_t size) noexcept {
+  if (block && size >= kLargeBlock) ZyrBasOsAdviseLargeBlock(block, size);
+  return block;
+}
 }  // namespace
 
 void* ZyrBasAlloc(std::size_t size) noexcept {
   if (InjectedFailure()) return nullptr;
-  return std::malloc(size ? size : 1);
+  return Advised(std::malloc(size ? size : 1), size);
 }
 
 void* ZyrBasAllocZero(std::size_t size) noexcept {
   if (InjectedFailure()) return nullptr;
-  return std::calloc(1, size ? size : 1);
+  return Advised(std::calloc(1, size ? size : 1), size);
 }
 
 void ZyrBasFree(void* block) noexcept { std::free(block); }
