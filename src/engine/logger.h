@@ -130,6 +130,9 @@ class ZyrLoggerNode final : public ZyrLogger {
   ZyrBasNameMap<ZyrLoggerNode*> children_;
   ZyrLogHierarchy* hierarchy_ = nullptr;
   ZyrBasArray<ZyrLogAppender*> appenders_;
+  // The count of appenders_, readable without the lock: the climb passes a
+  // logger that has none without taking its lock.
+  std::atomic<std::uint32_t> appenderCount_{0};
 
   friend class ZyrLogHierarchy;
 };

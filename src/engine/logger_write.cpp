@@ -82,7 +82,13 @@ ZyrResult ZyrLoggerNode::Append(ZyrLogEvent& event) {
   }
   for (ZyrLoggerNode* logger = this; logger;) {
     ZyrResult failure = ZYR_OK;
-    {
+    // A logger without appenders is passed without its lock: taking it
+    // would change nothing that a writer can see. A reload that gives it
+    // appenders holds the lock of every logger, so this event goes on to
+    // wait at the first ancestor that has some, as it would have had it
+    // passed here a moment earlier. Below the named loggers, usually
+    // without appenders of their own, this spares a lock pair a line.
+    if (logger->appenderCount_.load(std::memory_order_relaxed) != 0) {
       ZyrBasLockGuard guard(logger->lock_);
       for (ZyrLogAppender* appender : logger->appenders_) {
         ZyrResult r = appender->DoAppend(event);
