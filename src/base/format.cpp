@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "base/memory.h"
+#include "base/string.h"
 
 namespace {
 
@@ -21,7 +22,7 @@ struct Sink {
   bool Put(const char16_t* text, std::size_t n) {
     if (n == 0) return true;
     std::size_t fit = room - pos < n ? room - pos : n;
-    std::memcpy(buffer + pos, text, fit * sizeof(char16_t));
+    ZyrBasCopyUnits(buffer + pos, text, fit);
     pos += fit;
     return fit == n;
   }

@@ -115,7 +115,7 @@ ZyrResult ZyrBasString::Assign(const char16_t* first, const char16_t* last) noex
   }
   ZyrResult r = Reserve(n + 1, true);
   if (ZyrFailed(r)) return r;
-  std::memcpy(begin_, first, n * sizeof(char16_t));
+  ZyrBasCopyUnits(begin_, first, n);
   begin_[n] = 0;
   end_ = begin_ + n + 1;
   return ZYR_OK;

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "base/memory.h"
 #include "zyrlog/result.h"
@@ -210,6 +211,36 @@ int ZyrBasCompareNoCase(const char16_t* a, std::size_t aLength, const char16_t* 
                         std::size_t bLength, bool fold = true);
 // Upper case of one unit by the system fold.
 char16_t ZyrBasUpcaseChar(char16_t c);
+
+// Copies `n` units that do not overlap. The pieces of a log line are
+// mostly a few units long, for which a call into the C library's copy costs
+// more than the copy: up to 16 units go as two overlapping moves of a fixed
+// size, inline.
+inline void ZyrBasCopyUnits(char16_t* target, const char16_t* source, std::size_t n) noexcept {
+  if (n >= 8 && n <= 16) {
+    char first[16], last[16];
+    std::memcpy(first, source, 16);
+    std::memcpy(last, source + n - 8, 16);
+    std::memcpy(target, first, 16);
+    std::memcpy(target + n - 8, last, 16);
+  } else if (n >= 4 && n < 8) {
+    std::uint64_t first, last;
+    std::memcpy(&first, source, 8);
+    std::memcpy(&last, source + n - 4, 8);
+    std::memcpy(target, &first, 8);
+    std::memcpy(target + n - 4, &last, 8);
+  } else if (n >= 2 && n < 4) {
+    std::uint32_t first, last;
+    std::memcpy(&first, source, 4);
+    std::memcpy(&last, source + n - 2, 4);
+    std::memcpy(target, &first, 4);
+    std::memcpy(target + n - 2, &last, 4);
+  } else if (n == 1) {
+    *target = *source;
+  } else if (n > 16) {
+    std::memcpy(target, source, n * sizeof(char16_t));
+  }
+}
 
 // Replaces every LF and CR in the text by `with`, in place.
 void ZyrBasReplaceLineBreaks(char16_t* text, std::size_t length, char16_t with);

@@ -64,7 +64,7 @@ inline void AppendDecimal(char16_t*& p, std::int32_t value) {
 }
 
 inline void AppendText(char16_t*& p, const char16_t* text, std::size_t length) {
-  std::memcpy(p, text, length * sizeof(char16_t));
+  ZyrBasCopyUnits(p, text, length);
   p += length;
 }
 

@@ -196,6 +196,17 @@ TEST(BasScan, LineBreaksReplacedAtEveryPlace) {
     }
 }
 
+TEST(BasScan, ShortCopiesOfEveryLengthTouchOnlyTheirUnits) {
+  char16_t source[40], target[44];
+  for (std::size_t i = 0; i < 40; ++i) source[i] = static_cast<char16_t>(u'A' + i);
+  for (std::size_t n = 0; n <= 40; ++n) {
+    std::fill(target, target + 44, u'#');
+    ZyrBasCopyUnits(target + 2, source, n);
+    for (std::size_t i = 0; i < 44; ++i)
+      ASSERT_EQ(target[i], i >= 2 && i < n + 2 ? source[i - 2] : u'#') << n << " " << i;
+  }
+}
+
 TEST(BasScan, PercentOrEndFoundFromEveryAlignment) {
   char16_t buffer[64];
   for (std::size_t start = 0; start < 8; ++start)
