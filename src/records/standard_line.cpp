@@ -73,6 +73,49 @@ inline void AppendFixed(char16_t*& p, const char16_t (&text)[N]) {
   AppendText(p, text, N - 1);
 }
 
+constexpr std::uint64_t kTicksPerSecond = 10000000;
+
+// "YYYY-MM-DD HH:MM:SS" of the second of the thread's last line: the lines
+// of one second share it, and only the milliseconds are new. Per thread, so
+// that no line waits for another's.
+struct SecondText {
+  std::uint64_t second = ~0ull;  // no second has this number
+  std::size_t length = 0;
+  char16_t text[24];
+};
+thread_local SecondText tSecondText;
+
+// Fills the text of the second of `time`; a time that does not split into
+// fields leaves it as it was and answers the failure.
+ZyrResult RenderSecond(SecondText& cache, std::uint64_t time) {
+  ZyrBasTimeFields t;
+  ZyrResult r = ZyrBasTimeToFields(t, time);
+  if (r != ZYR_OK) {
+    // The all-ones sentinel splits with a remark; a line needs a real time.
+    return ZyrFailed(r) ? r : ZYR_E_TIME_OUT_OF_RANGE;
+  }
+  char16_t* p = cache.text;
+  if (t.year < 10000) {
+    AppendPair(p, t.year / 100);
+    AppendPair(p, t.year % 100);
+  } else {
+    AppendDecimal(p, t.year);  // at least four digits, as "%04d" gives
+  }
+  *p++ = u'-';
+  AppendPair(p, t.month);
+  *p++ = u'-';
+  AppendPair(p, t.day);
+  *p++ = u' ';
+  AppendPair(p, t.hour);
+  *p++ = u':';
+  AppendPair(p, t.minute);
+  *p++ = u':';
+  AppendPair(p, t.second);
+  cache.length = static_cast<std::size_t>(p - cache.text);
+  cache.second = time / kTicksPerSecond;
+  return ZYR_OK;
+}
+
 }  // namespace
 
 const ZyrBasString& ZyrLogCachedHostName() {
@@ -92,11 +135,10 @@ const ZyrBasString& ZyrLogCachedHostName() {
 }
 
 ZyrResult ZyrLogComposeStandardLine(const ZyrLogEvent& e, ZyrBasString& line) {
-  ZyrBasTimeFields t;
-  ZyrResult r = ZyrBasTimeToFields(t, e.Timestamp);
-  if (r != ZYR_OK) {
-    // The all-ones sentinel splits with a remark; a line needs a real time.
-    return ZyrFailed(r) ? r : ZYR_E_TIME_OUT_OF_RANGE;
+  SecondText& second = tSecondText;
+  if (second.second != e.Timestamp / kTicksPerSecond) {
+    ZyrResult r = RenderSecond(second, e.Timestamp);
+    if (ZyrFailed(r)) return r;
   }
   const char16_t* severity = ZyrLogSeverityName(e.Severity);
   const ZyrBasString& host = ZyrLogCachedHostName();
@@ -105,7 +147,7 @@ ZyrResult ZyrLogComposeStandardLine(const ZyrLogEvent& e, ZyrBasString& line) {
   std::size_t room = 160 + e.LoggerName.Length() + host.Length() + e.FileName.Length() +
                      e.Message.Length() + e.RevisionText.Length();
   line.Clear();
-  r = line.Reserve(room + 1);
+  ZyrResult r = line.Reserve(room + 1);
   if (ZyrFailed(r)) return r;
   char16_t* begin = line.Data();
   char16_t* p = begin;
@@ -116,25 +158,11 @@ ZyrResult ZyrLogComposeStandardLine(const ZyrLogEvent& e, ZyrBasString& line) {
   *p++ = u' ';
   AppendText(p, severity, ZyrBasStrLen(severity));
   *p++ = u' ';
-  if (t.year < 10000) {
-    AppendPair(p, t.year / 100);
-    AppendPair(p, t.year % 100);
-  } else {
-    AppendDecimal(p, t.year);  // at least four digits, as "%04d" gives
-  }
-  *p++ = u'-';
-  AppendPair(p, t.month);
-  *p++ = u'-';
-  AppendPair(p, t.day);
-  *p++ = u' ';
-  AppendPair(p, t.hour);
-  *p++ = u':';
-  AppendPair(p, t.minute);
-  *p++ = u':';
-  AppendPair(p, t.second);
+  AppendText(p, second.text, second.length);
+  unsigned millisecond = static_cast<unsigned>(e.Timestamp % kTicksPerSecond / 10000);
   *p++ = u',';
-  *p++ = static_cast<char16_t>(u'0' + t.millisecond / 100);
-  AppendPair(p, t.millisecond % 100);
+  *p++ = static_cast<char16_t>(u'0' + millisecond / 100);
+  AppendPair(p, millisecond % 100);
   *p++ = u' ';
   AppendText(p, host.Text(), host.Length());
   AppendFixed(p, u" PID:");

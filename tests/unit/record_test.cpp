@@ -129,6 +129,12 @@ TEST(StandardLine, FieldsAndForms) {
   EXPECT_NE(line.find(u" 2014-11-03 00:41:07,007 "), std::u16string::npos);
   EXPECT_NE(line.find(u"ID:MISSINGFILEID:0.0.0.0 MSG: "), std::u16string::npos);
   EXPECT_EQ(line.back(), u' ');
+  // The text of a second is kept between lines: the milliseconds change
+  // within it, the next second replaces it.
+  e.Timestamp += 992 * 10000ull;
+  EXPECT_NE(Line(e).find(u" 2014-11-03 00:41:07,999 "), std::u16string::npos);
+  e.Timestamp += 10000ull;
+  EXPECT_NE(Line(e).find(u" 2014-11-03 00:41:08,000 "), std::u16string::npos);
 
   e.Severity = 123;
   e.SvnRev = 0xffffffffu;
