@@ -57,12 +57,6 @@ ZyrBasString& ZyrBasString::operator=(ZyrBasString&& other) noexcept {
 }
 
 ZyrResult ZyrBasString::Grow(std::size_t n, bool exact) noexcept {
-  if (!begin_ && n <= kInlineCapacity) {  // a fresh string's first short text
-    begin_ = end_ = inline_;
-    capEnd_ = inline_ + kInlineCapacity;
-    inlineInUse_ = 1;
-    return ZYR_OK;
-  }
   if (inlineInUse_ && n <= kInlineCapacity) {
     capEnd_ = begin_ + n;
     return ZYR_OK;

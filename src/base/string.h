@@ -51,7 +51,14 @@ class ZyrBasString {
 
   // The growth rule; the one place that allocates. n counts the terminator.
   ZyrResult Reserve(std::size_t n, bool exact = false) noexcept {
-    return Capacity() >= n ? ZYR_OK : Grow(n, exact);
+    if (Capacity() >= n) return ZYR_OK;
+    if (!begin_ && n <= kInlineCapacity) {  // a fresh string's first short text
+      begin_ = end_ = inline_;
+      capEnd_ = inline_ + kInlineCapacity;
+      inlineInUse_ = 1;
+      return ZYR_OK;
+    }
+    return Grow(n, exact);
   }
   ZyrResult Assign(const char16_t* first, const char16_t* last) noexcept;
   ZyrResult Assign(const char16_t* text, std::size_t length = ZYR_TERMINATED) noexcept;
