@@ -207,7 +207,8 @@ class ZyrContender final : public Contender {
         text += u"AppenderType = File\nFileName = " + file + u"\n";
         break;
       case ZyrOutput::kRolling:
-        text += u"AppenderType = RollingFile\nSize = 1024000\nFilesCount = 10\nFileName = " + file +
+        text += u"AppenderType = RollingFile\nSize = " + Widen(std::to_string(kRollSize)) +
+                u"\nFilesCount = " + Widen(std::to_string(kRollFiles)) + u"\nFileName = " + file +
                 u"\n";
         break;
       case ZyrOutput::kNullCustom:

@@ -57,9 +57,14 @@ struct ContenderInfo {
   bool processes = false;  // each worker is a process of its own, not a thread
 };
 
-// The size rule of the rolling rows: the values of zyrlog's built-in default.
+// The size rule of the rolling rows: the file size of zyrlog's built-in
+// default, and enough rolled files to keep every line of a default round
+// (200,000 lines of some 132 bytes fill 26 files), so that losses are counted
+// line by line. With fewer files a writer whose lines all rolled away could
+// not be told from one whose lines were lost; longer rounds count from each
+// writer's oldest line still kept.
 inline constexpr std::uint64_t kRollSize = 1024000;
-inline constexpr int kRollFiles = 10;
+inline constexpr int kRollFiles = 40;
 
 const std::vector<ContenderInfo>& AllContenders();
 
