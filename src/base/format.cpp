@@ -634,11 +634,16 @@ ZyrResult ZyrBasFormatFixed(ZyrBasCodePage selector, char16_t* buffer, std::size
   return r;
 }
 
-ZyrResult ZyrBasFormat(ZyrBasString& out, const char16_t* format, const std::uint64_t* arguments) {
+ZyrResult ZyrBasFormat(ZyrBasString& out, const char16_t* format, const std::uint64_t* arguments,
+                       char16_t breakReplacement) {
   StagedFormat staged;
   ZyrResult r = staged.Run(format, arguments);
   if (ZyrFailed(r)) return r;
-  return out.Assign(staged.Text(), staged.Length());
+  if (!breakReplacement) return out.Assign(staged.Text(), staged.Length());
+  r = out.Resize(staged.Length());
+  if (ZyrFailed(r)) return r;
+  ZyrBasCopyReplacingBreaks(out.Data(), staged.Text(), staged.Length(), breakReplacement);
+  return ZYR_OK;
 }
 
 ZyrResult ZyrBasFormatAppend(ZyrBasStringRef& target, const char16_t* format,

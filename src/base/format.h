@@ -45,8 +45,11 @@ ZyrResult ZyrBasFormatFixed(ZyrBasCodePage selector, char16_t* buffer, std::size
 
 // Formats into `out`, replacing its text. Short texts are built on the
 // stack and cost no allocation beyond what `out` itself needs. On failure
-// `out` is left as it was. Narrow texts are read as ANSI.
-ZyrResult ZyrBasFormat(ZyrBasString& out, const char16_t* format, const std::uint64_t* arguments);
+// `out` is left as it was. Narrow texts are read as ANSI. A `breakReplacement`
+// other than 0 takes the place of every LF and CR of the result, in the same
+// pass that copies it into `out`.
+ZyrResult ZyrBasFormat(ZyrBasString& out, const char16_t* format, const std::uint64_t* arguments,
+                       char16_t breakReplacement = 0);
 
 // Appends the formatted text to the target. On failure the target keeps
 // its old text and length.

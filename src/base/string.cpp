@@ -548,6 +548,11 @@ int ZyrBasCompareNoCase(const char16_t* a, std::size_t aLength, const char16_t* 
 }
 
 void ZyrBasReplaceLineBreaks(char16_t* text, std::size_t length, char16_t with) {
+  ZyrBasCopyReplacingBreaks(text, text, length, with);
+}
+
+void ZyrBasCopyReplacingBreaks(char16_t* target, const char16_t* source, std::size_t length,
+                               char16_t with) {
   std::size_t i = 0;
 #if defined(__SSE2__)
   // Eight units at a time: most messages hold no line break at all.
@@ -555,15 +560,16 @@ void ZyrBasReplaceLineBreaks(char16_t* text, std::size_t length, char16_t with) 
   const __m128i cr = _mm_set1_epi16(0x0d);
   const __m128i replacement = _mm_set1_epi16(static_cast<short>(with));
   for (; i + 8 <= length; i += 8) {
-    __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
+    __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(source + i));
     __m128i hit = _mm_or_si128(_mm_cmpeq_epi16(units, lf), _mm_cmpeq_epi16(units, cr));
-    if (_mm_movemask_epi8(hit) == 0) continue;
     units = _mm_or_si128(_mm_and_si128(hit, replacement), _mm_andnot_si128(hit, units));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(text + i), units);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(target + i), units);
   }
 #endif
-  for (; i < length; ++i)
-    if (text[i] == 0x0a || text[i] == 0x0d) text[i] = with;
+  for (; i < length; ++i) {
+    char16_t c = source[i];
+    target[i] = c == 0x0a || c == 0x0d ? with : c;
+  }
 }
 
 // An aligned block may reach past the terminator into bytes that belong to

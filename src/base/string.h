@@ -251,6 +251,9 @@ inline void ZyrBasCopyUnits(char16_t* target, const char16_t* source, std::size_
 
 // Replaces every LF and CR in the text by `with`, in place.
 void ZyrBasReplaceLineBreaks(char16_t* text, std::size_t length, char16_t with);
+// The same while copying: `target` is `source` itself or does not overlap it.
+void ZyrBasCopyReplacingBreaks(char16_t* target, const char16_t* source, std::size_t length,
+                               char16_t with);
 
 // Index of the first "%" or terminator at or after `text`.
 const char16_t* ZyrBasFindPercentOrEnd(const char16_t* text);

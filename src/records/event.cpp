@@ -178,13 +178,16 @@ ZyrResult ZyrLogWalkTypedList(ZyrBasString& text, const std::uint64_t* arguments
 
 ZyrResult ZyrLogComposeEvent(ZyrLogEvent& event, const ZyrLogEventSource& s) {
   bool publicLog = (s.logFlags & ZYR_LOGGER_PUBLIC) != 0;
-  bool walked = false;
+  // A line break never breaks a line of the public log. The walker of a
+  // typed list and the formatter take them out themselves.
+  bool breaksTaken = false;
   ZyrResult r = ZYR_OK;
   if (s.arguments && publicLog && !s.format) {
     r = ZyrLogWalkTypedList(event.Message, s.arguments);
-    walked = true;
+    breaksTaken = true;
   } else if (s.arguments) {
-    r = ZyrBasFormat(event.Message, s.format ? s.format : u"", s.arguments);
+    r = ZyrBasFormat(event.Message, s.format ? s.format : u"", s.arguments, publicLog ? 0x0b : 0);
+    breaksTaken = true;
   } else if (s.format) {
     r = event.Message.Assign(s.format);
   } else {
@@ -194,8 +197,7 @@ ZyrResult ZyrLogComposeEvent(ZyrLogEvent& event, const ZyrLogEventSource& s) {
     event.Message.Clear();
     return r;
   }
-  // A line break never breaks a line of the public log.
-  if (publicLog && !walked) ZyrBasReplaceLineBreaks(event.Message.Data(), event.Message.Length(), 0x0b);
+  if (publicLog && !breaksTaken) ZyrBasReplaceLineBreaks(event.Message.Data(), event.Message.Length(), 0x0b);
   event.Timestamp = ZyrBasSystemTime();
   event.ThreadId = ZyrBasCurrentThreadId();
   event.ProcessId = ZyrBasCurrentProcessId();

@@ -60,11 +60,12 @@ TEST(Compose, MessageFromFormatTypedListOrText) {
   ASSERT_EQ(ZyrLogComposeEvent(e, Source(nullptr, typed, ZYR_LOGGER_PUBLIC)), ZYR_OK);
   EXPECT_EQ(std::u16string(e.Message.Text()), u"'DWORD:0x00000007'");
 
-  std::uint64_t args[] = {42, P(u"x\ny")};
-  ASSERT_EQ(ZyrLogComposeEvent(e, Source(u"%d %s", args, ZYR_LOGGER_PUBLIC)), ZYR_OK);
-  EXPECT_EQ(std::u16string(e.Message.Text()), u"42 x\x0by");  // public: line breaks go
-  ASSERT_EQ(ZyrLogComposeEvent(e, Source(u"%d %s", args, ZYR_LOGGER_PRIVATE)), ZYR_OK);
-  EXPECT_EQ(std::u16string(e.Message.Text()), u"42 x\ny");  // private: they stay
+  std::uint64_t args[] = {42, P(u"a long value\r\nover lines\n")};
+  ASSERT_EQ(ZyrLogComposeEvent(e, Source(u"%d %s\n", args, ZYR_LOGGER_PUBLIC)), ZYR_OK);
+  // public: line breaks go, in the arguments and in the format
+  EXPECT_EQ(std::u16string(e.Message.Text()), u"42 a long value\x0b\x0bover lines\x0b\x0b");
+  ASSERT_EQ(ZyrLogComposeEvent(e, Source(u"%d %s\n", args, ZYR_LOGGER_PRIVATE)), ZYR_OK);
+  EXPECT_EQ(std::u16string(e.Message.Text()), u"42 a long value\r\nover lines\n\n");  // private: they stay
 
   ASSERT_EQ(ZyrLogComposeEvent(e, Source(u"100% sure\r", nullptr, ZYR_LOGGER_PUBLIC)), ZYR_OK);
   EXPECT_EQ(std::u16string(e.Message.Text()), u"100% sure\x0b");
