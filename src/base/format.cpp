@@ -504,22 +504,19 @@ ZyrResult Convert(Sink& out, ZyrBasCodePage selector, const ZyrBasFormatSpec& sp
 
 // "%d" of a 32-bit value, two digits a step.
 bool PutInt32(Sink& out, std::int32_t value) {
-  static constexpr char kPairs[] =
-      "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-      "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-      "8081828384858687888990919293949596979899";
+  const auto& pairs = kZyrBasDigitPairs.pair;
   std::uint32_t u = value < 0 ? 0u - static_cast<std::uint32_t>(value) : static_cast<std::uint32_t>(value);
   char16_t body[11];
   std::size_t start = sizeof body / sizeof body[0];
   for (; u >= 100; u /= 100) {
     start -= 2;
-    body[start] = static_cast<char16_t>(kPairs[u % 100 * 2]);
-    body[start + 1] = static_cast<char16_t>(kPairs[u % 100 * 2 + 1]);
+    body[start] = pairs[u % 100][0];
+    body[start + 1] = pairs[u % 100][1];
   }
   if (u >= 10) {
     start -= 2;
-    body[start] = static_cast<char16_t>(kPairs[u * 2]);
-    body[start + 1] = static_cast<char16_t>(kPairs[u * 2 + 1]);
+    body[start] = pairs[u][0];
+    body[start + 1] = pairs[u][1];
   } else {
     body[--start] = static_cast<char16_t>(u'0' + u);
   }

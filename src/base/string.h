@@ -219,6 +219,18 @@ int ZyrBasCompareNoCase(const char16_t* a, std::size_t aLength, const char16_t* 
 // Upper case of one unit by the system fold.
 char16_t ZyrBasUpcaseChar(char16_t c);
 
+// "00" to "99", for numbers written two digits a step.
+struct ZyrBasDigitPairs {
+  char16_t pair[100][2];
+  constexpr ZyrBasDigitPairs() : pair() {
+    for (int i = 0; i < 100; ++i) {
+      pair[i][0] = static_cast<char16_t>(u'0' + i / 10);
+      pair[i][1] = static_cast<char16_t>(u'0' + i % 10);
+    }
+  }
+};
+inline constexpr ZyrBasDigitPairs kZyrBasDigitPairs;
+
 // Copies `n` units that do not overlap. The pieces of a log line are
 // mostly a few units long, for which a call into the C library's copy costs
 // more than the copy: up to 16 units go as two overlapping moves of a fixed

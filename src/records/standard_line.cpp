@@ -16,16 +16,7 @@ ZyrBasString g_hostStorage;
 
 // Two decimal digits at a time: the line has some twenty digits, and this
 // halves the divisions.
-struct DigitPairs {
-  char16_t pair[100][2];
-  constexpr DigitPairs() : pair() {
-    for (int i = 0; i < 100; ++i) {
-      pair[i][0] = static_cast<char16_t>(u'0' + i / 10);
-      pair[i][1] = static_cast<char16_t>(u'0' + i % 10);
-    }
-  }
-};
-constexpr DigitPairs kDigits;
+constexpr const ZyrBasDigitPairs& kDigits = kZyrBasDigitPairs;
 
 inline void AppendPair(char16_t*& p, unsigned value) {
   p[0] = kDigits.pair[value][0];
