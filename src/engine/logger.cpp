@@ -137,14 +137,17 @@ void ZyrLoggerNode::AddFlags(std::uint32_t mask) {
 ZyrResult ZyrLoggerNode::AddAppender(ZyrLogAppender* appender) {
   ZyrBasLockGuard guard(lock_);
   ZyrResult r = appenders_.Append(appender);
-  appenderCount_.store(static_cast<std::uint32_t>(appenders_.Count()), std::memory_order_relaxed);
+  if (ZyrSucceeded(r)) PublishAppenderCount();
   return r;
 }
 
 void ZyrLoggerNode::ClearAppenders() {
   ZyrBasLockGuard guard(lock_);
   appenders_.Clear();
-  appenderCount_.store(0, std::memory_order_relaxed);
+}
+
+void ZyrLoggerNode::PublishAppenderCount() {
+  appenderCount_.store(static_cast<std::uint32_t>(appenders_.Count()), std::memory_order_relaxed);
 }
 
 void ZyrLoggerNode::SetThreshold(ZyrLogSeverity severity) {

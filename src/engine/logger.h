@@ -62,7 +62,10 @@ class ZyrLoggerNode final : public ZyrLogger {
   // with no logger lock held, while additive and no appender failed.
   ZyrResult Append(ZyrLogEvent& event);
   ZyrResult AddAppender(ZyrLogAppender* appender);
+  // Empties the list but not its published count, see appenderCount_.
   void ClearAppenders();
+  // Publishes the count of the list; under the lock.
+  void PublishAppenderCount();
   ZyrResult CloseAppenders();
   // Stores the threshold and hands it down to the additive children.
   // Under the manager's lock, which guards the children lists.
@@ -131,7 +134,11 @@ class ZyrLoggerNode final : public ZyrLogger {
   ZyrLogHierarchy* hierarchy_ = nullptr;
   ZyrBasArray<ZyrLogAppender*> appenders_;
   // The count of appenders_, readable without the lock: the climb passes a
-  // logger that has none without taking its lock.
+  // logger that has none without taking its lock. Emptying the list leaves
+  // it as it was: a reload empties a list and fills it again under the lock,
+  // and a writer that comes in between must wait for the new list, not pass
+  // one that is empty only for the moment. The reload publishes the final
+  // count as it lets go of the lock (PublishAppenderCount).
   std::atomic<std::uint32_t> appenderCount_{0};
 
   friend class ZyrLogHierarchy;

@@ -178,6 +178,7 @@ void ZyrLogManager::UnlockTree(ZyrLoggerNode* logger) {
       logger, [](ZyrLoggerNode*) { return true; },
       [](ZyrLoggerNode* node) {
         if (node->TreeLocked()) {
+          node->PublishAppenderCount();  // the lists are final now
           node->SetTreeLocked(false);
           node->Lock().Leave();
         }
