@@ -88,11 +88,18 @@ ZyrResult ZyrBasEvent::Set() {
   return r;
 }
 
+// The event is emptied before the hint is cleared. The other order loses a
+// Set that falls between the two: it finds the hint cleared, sets the hint
+// and the event, and the reset then empties the event behind it, leaving the
+// hint standing over an empty event, so that every later Set is skipped and
+// a waiter sleeps for good. In this order a Set skipped in the window ran
+// after the reset had begun, so whoever reset sees what that Set announced.
 ZyrResult ZyrBasEvent::Reset() {
   ZyrBasHandle h = Resolve();
   if (h == ZYR_NO_HANDLE) return ZYR_E_INVALID_HANDLE;
-  if (kind_ == kOwned) setHint_.store(0);
-  return ZyrBasOsEventReset(h);
+  ZyrResult r = ZyrBasOsEventReset(h);
+  if (kind_ == kOwned && ZyrSucceeded(r)) setHint_.store(0);
+  return r;
 }
 
 ZyrResult ZyrBasEvent::Close() {

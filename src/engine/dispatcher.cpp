@@ -37,10 +37,12 @@ ZyrLogDispatcher::~ZyrLogDispatcher() {
   spare_.Free();
   queueEvent_.Close();
   queueLock_.Delete();
+  controlLock_.Delete();
 }
 
 ZyrResult ZyrLogDispatcher::Init() {
   ZyrResult r = queueLock_.Create();
+  if (ZyrSucceeded(r)) r = controlLock_.Create();
   if (ZyrSucceeded(r)) r = queueEvent_.Create();
   if (ZyrSucceeded(r)) r = housekeeper_.Init();
   return r;
@@ -241,6 +243,7 @@ ZyrResult ZyrLogDispatcher::EndOnFailedWait(ZyrResult failure, ZyrBasWaitSet& lo
 }
 
 ZyrResult ZyrLogDispatcher::Start() {
+  ZyrBasLockGuard control(controlLock_);
   running_.store(1);
   ZyrResult r = worker_.Start(0);
   if (r == ZYR_E_TIMEOUT) return r;  // the worker runs already and goes on
@@ -258,6 +261,7 @@ ZyrResult ZyrLogDispatcher::Start() {
 }
 
 void ZyrLogDispatcher::Stop() {
+  ZyrBasLockGuard control(controlLock_);
   running_.store(0);
   if (workerStarted_) {
     (void)worker_.StopEvent().Set();

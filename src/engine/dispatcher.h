@@ -106,6 +106,10 @@ class ZyrLogDispatcher {
   std::atomic<std::uint32_t> lastHousekeeping_;
   ZyrLogHousekeeper housekeeper_;  // waits for its requests when destroyed
   ZyrLogWorker worker_;
+  // Serialises Start and Stop: the worker's thread object is made, waited
+  // for and released there, and two threads doing that at once would
+  // release one thread object twice. Never taken by the worker itself.
+  ZyrBasCriticalSection controlLock_;
   std::uint8_t workerStarted_ = 0;
   ZyrBasCriticalSection queueLock_;
   ZyrBasArray<ZyrLogQueueEntry> active_;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
@@ -81,4 +82,64 @@ TEST(EngineStress, LoggersMadeAndConfiguredWhileOthersWrite) {
   writer.join();
   f.manager->StopDispatcher();
   EXPECT_EQ(app->Lines().size(), static_cast<std::size_t>(written.load()));
+}
+
+// Bursts through the worker must reach the appender by themselves, without
+// Flush or Stop: a wake-up lost between the worker's reset and a caller's
+// set left lines waiting until the next stop.
+TEST(EngineStress, BurstsReachTheAppenderWithoutFlush) {
+  EngineFixture f;
+  RecordingAppender* app = f.Attach(f.Logger(u"root"), u"all");
+  ASSERT_EQ(f.manager->StartDispatcher(), ZYR_OK);
+  constexpr int kBursts = 20, kLines = zyrtest::kSanitized ? 2000 : 20000;
+  std::size_t expected = 0;
+  for (int burst = 0; burst < kBursts; ++burst) {
+    const int threads = burst % 2 ? 4 : 1;
+    std::vector<std::thread> writers;
+    for (int t = 0; t < threads; ++t)
+      writers.emplace_back([&] {
+        ZyrLoggerNode* logger = f.Logger(u"burst");
+        for (int i = 0; i < kLines / threads; ++i)
+          ASSERT_EQ(logger->LogShort(ZYR_SEVERITY_INFO, u"b", nullptr, 0, 0, 0, 0, nullptr), ZYR_OK);
+      });
+    for (auto& w : writers) w.join();
+    expected += kLines;
+    // Generous against a loaded machine; a lost wake-up never arrives.
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (app->Lines().size() < expected && std::chrono::steady_clock::now() < deadline)
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    ASSERT_EQ(app->Lines().size(), expected) << "burst " << burst << " still waits in the queue";
+  }
+}
+
+// Two threads start and stop the worker at once while a third writes: the
+// thread object was released twice when Start and Stop overlapped.
+TEST(EngineStress, StartAndStopFromTwoThreadsAtOnce) {
+  EngineFixture f;
+  RecordingAppender* app = f.Attach(f.Logger(u"root"), u"all");
+  std::atomic<bool> stop{false};
+  std::atomic<long> accepted{0};
+  std::thread writer([&] {
+    ZyrLoggerNode* logger = f.Logger(u"toggled");
+    while (!stop.load()) {
+      if (logger->LogShort(ZYR_SEVERITY_INFO, u"t", nullptr, 0, 0, 0, 0, nullptr) == ZYR_OK)
+        accepted.fetch_add(1);
+      std::this_thread::yield();  // lines in every state of the worker, not millions of them
+    }
+  });
+  constexpr int kRounds = 10000;
+  auto toggle = [&] {
+    for (int i = 0; i < kRounds / 2; ++i) {
+      ZyrResult r = f.manager->StartDispatcher();
+      ASSERT_TRUE(r == ZYR_OK || r == ZYR_E_TIMEOUT) << std::hex << r;
+      f.manager->StopDispatcher();
+    }
+  };
+  std::thread a(toggle), b(toggle);
+  a.join();
+  b.join();
+  stop.store(true);
+  writer.join();
+  f.manager->StopDispatcher();
+  EXPECT_EQ(app->Lines().size(), static_cast<std::size_t>(accepted.load()));
 }
