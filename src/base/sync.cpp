@@ -6,6 +6,7 @@
 #include "base/lock.h"
 #include "base/memory.h"
 #include "base/posix/sync_posix.h"
+#include "base/tls.h"
 
 // ---------------------------------------------------------------------------
 // ZyrBasWaitable
@@ -310,23 +311,22 @@ void ZyrBasLightLock::Release() {
 // ---------------------------------------------------------------------------
 // Per-thread records
 //
-// The list lock is made on first use under a spin lock and never destroyed,
-// so a record can be dropped by a thread that ends after everything static
-// has been torn down.
+// The list lock and the slot that holds each thread's record are made on
+// first use under a spin lock and never destroyed, so a record can be
+// dropped by a thread that ends after everything static has been torn down.
+// The slot's cleanup drops the record at the thread's end; it allocates
+// nothing, unlike a thread_local destructor, whose registration can fail.
 
 namespace {
-
-struct RecordHolder {
-  ZyrBasThreadRecord* record = nullptr;
-  ~RecordHolder();
-};
 
 ZyrBasSpinLock gRecordStart;
 alignas(ZyrBasCriticalSection) unsigned char gRecordLockStorage[sizeof(ZyrBasCriticalSection)];
 std::atomic<ZyrBasCriticalSection*> gRecordLock{nullptr};
+std::uint32_t gRecordSlot = ZYR_TLS_NONE;
 ZyrBasThreadRecord* gRecordHead = nullptr;
 std::uint32_t gRecordCount = 0;
-thread_local RecordHolder tRecord;
+
+void Unlink(void* value);
 
 ZyrBasCriticalSection* RecordLock() {
   ZyrBasCriticalSection* cs = gRecordLock.load(std::memory_order_acquire);
@@ -334,6 +334,7 @@ ZyrBasCriticalSection* RecordLock() {
   ZyrBasSpinGuard guard(gRecordStart);
   cs = gRecordLock.load(std::memory_order_relaxed);
   if (cs) return cs;
+  if (gRecordSlot == ZYR_TLS_NONE && ZyrFailed(ZyrBasTlsAlloc(&gRecordSlot, &Unlink))) return nullptr;
   cs = new (gRecordLockStorage) ZyrBasCriticalSection();
   if (ZyrFailed(cs->Create())) {
     cs->~ZyrBasCriticalSection();
@@ -343,7 +344,8 @@ ZyrBasCriticalSection* RecordLock() {
   return cs;
 }
 
-void Unlink(ZyrBasThreadRecord* record) {
+void Unlink(void* value) {
+  auto* record = static_cast<ZyrBasThreadRecord*>(value);
   ZyrBasCriticalSection* cs = RecordLock();
   if (cs) {
     ZyrBasLockGuard guard(*cs);
@@ -355,31 +357,28 @@ void Unlink(ZyrBasThreadRecord* record) {
   ZyrBasFree(record);
 }
 
-RecordHolder::~RecordHolder() {
-  if (record) Unlink(record);
-  record = nullptr;
-}
-
 }  // namespace
 
 ZyrResult ZyrBasThreadRecordAttach(ZyrBasThreadRecord** out) {
-  RecordHolder& holder = tRecord;
-  if (!holder.record) {
-    ZyrBasCriticalSection* cs = RecordLock();
-    if (!cs) return ZYR_E_OUT_OF_MEMORY;
-    auto* record = static_cast<ZyrBasThreadRecord*>(ZyrBasAllocZero(sizeof(ZyrBasThreadRecord)));
+  ZyrBasCriticalSection* cs = RecordLock();
+  if (!cs) return ZYR_E_OUT_OF_MEMORY;
+  auto* record = static_cast<ZyrBasThreadRecord*>(ZyrBasTlsGet(gRecordSlot));
+  if (!record) {
+    record = static_cast<ZyrBasThreadRecord*>(ZyrBasAllocZero(sizeof(ZyrBasThreadRecord)));
     if (!record) return ZYR_E_OUT_OF_MEMORY;
     record->threadId = ZyrBasCurrentThreadId();
-    {
-      ZyrBasLockGuard guard(*cs);
-      record->next = gRecordHead;
-      if (gRecordHead) gRecordHead->previous = record;
-      gRecordHead = record;
-      ++gRecordCount;
+    ZyrResult r = ZyrBasTlsSet(gRecordSlot, record);
+    if (ZyrFailed(r)) {
+      ZyrBasFree(record);
+      return r;
     }
-    holder.record = record;
+    ZyrBasLockGuard guard(*cs);
+    record->next = gRecordHead;
+    if (gRecordHead) gRecordHead->previous = record;
+    gRecordHead = record;
+    ++gRecordCount;
   }
-  if (out) *out = holder.record;
+  if (out) *out = record;
   return ZYR_OK;
 }
 
@@ -389,10 +388,11 @@ ZyrBasThreadRecord* ZyrBasThreadRecordCurrent() {
 }
 
 void ZyrBasThreadRecordDrop() {
-  RecordHolder& holder = tRecord;
-  if (!holder.record) return;
-  Unlink(holder.record);
-  holder.record = nullptr;
+  if (!gRecordLock.load(std::memory_order_acquire)) return;
+  void* record = ZyrBasTlsGet(gRecordSlot);
+  if (!record) return;
+  (void)ZyrBasTlsSet(gRecordSlot, nullptr);  // clearing a set value needs no memory
+  Unlink(record);
 }
 
 std::uint32_t ZyrBasThreadRecordCount() {

@@ -3,8 +3,7 @@
 //
 // Left out on this platform, on purpose: translating hardware faults into
 // exception classes (the library throws nothing and starts no thread that
-// asks for it), and thread-local storage by hand (the language's
-// thread_local does that job; see the per-thread record).
+// asks for it). Per-thread slots are in base/tls.h.
 #ifndef ZYR_BASE_SYNC_H
 #define ZYR_BASE_SYNC_H
 
@@ -194,7 +193,7 @@ class ZyrBasLightGuard {
 
 // One record per thread: made when the base starts for the starting thread,
 // at the start of every ZyrBasThread, and on demand for any other thread;
-// dropped at the thread's end by a thread_local whose destructor drops it.
+// dropped at the thread's end by the cleanup of a per-thread slot.
 struct ZyrBasThreadRecord {
   std::uint32_t threadId;
   ZyrBasThreadRecord* previous;
