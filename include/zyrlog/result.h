@@ -73,7 +73,7 @@ inline constexpr ZyrResult ZYR_OK = 0;
   X(ZYR_E_INVALID_DATA, 0xe0010045, "malformed data: an unknown ${variable}, text that is no valid UTF-8/UTF-16, a malformed record") \
   X(ZYR_E_NO_MORE_FILES, 0xe0010046, "no more files") \
   X(ZYR_E_DUPLICATE_NAME, 0xe0010047, "a duplicate name") \
-  X(ZYR_E_UNSUPPORTED_TYPE, 0xe0010048, "a path form or entry that is not served") \
+  X(ZYR_E_UNSUPPORTED_TYPE, 0xe0010048, "a path form or entry that is not served: a FIFO, socket or device where a configuration, log or lock file is wanted") \
   X(ZYR_E_BAD_LENGTH, 0xe0010049, "a length is wrong for what holds it") \
   X(ZYR_E_CORRUPT_STREAM, 0xe001004a, "a serial form is corrupt") \
   X(ZYR_E_INVALID_NAME, 0xe001004b, "the name is not valid, or too long (ENAMETOOLONG)") \
