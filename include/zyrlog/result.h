@@ -98,7 +98,8 @@ inline constexpr ZyrResult ZYR_OK = 0;
   X(ZYR_E_DISK_FULL, 0xe0010097, "no space left on the device (ENOSPC, EDQUOT)") \
   X(ZYR_E_STRING_BUFFER_FULL, 0xe0010101, "a fixed text buffer is full") \
   X(ZYR_E_END_OF_DATA, 0xe001018b, "end of file or of a serial form") \
-  X(ZYR_E_CONNECTION_REFUSED, 0xe0010190, "the connection was refused")
+  X(ZYR_E_CONNECTION_REFUSED, 0xe0010190, "the connection was refused") \
+  X(ZYR_E_UNTRUSTED_FILE, 0xe0010201, "a configuration file, or its folder, is owned by another account than root and this process's own, or may be written by group or others; it is not read")
 
 #define ZYR_RESULT_DEFINE_(name, value, meaning) inline constexpr ZyrResult name = ZYR_RESULT(value);
 ZYR_RESULT_CODES(ZYR_RESULT_DEFINE_)
