@@ -42,7 +42,7 @@ inline constexpr ZyrResult ZYR_OK = 0;
   X(ZYR_E_OUT_OF_MEMORY, 0xe0010001, "an allocation failed") \
   X(ZYR_E_INVALID_ARGUMENT, 0xe0010002, "an argument or number is out of its domain (a negative count, FilesCount and DaysCount both set, ...)") \
   X(ZYR_E_TOO_MANY_WAIT_HANDLES, 0xe0010007, "a wait set holds more than 64 handles") \
-  X(ZYR_E_SIZE_TOO_LARGE, 0xe001000b, "a length does not fit the 32-bit count of a serial form") \
+  X(ZYR_E_SIZE_TOO_LARGE, 0xe001000b, "a size above its limit: a configuration file of more than 4 MiB, a remote file name of more than 32767 units, a length beyond a serial form's 32-bit count") \
   X(ZYR_E_NO_MORE_ITEMS, 0xe001000e, "an enumeration is exhausted") \
   X(ZYR_E_KEY_NOT_FOUND, 0xe0010013, "a key of the key store, or a folder entry, does not exist") \
   X(ZYR_E_BAD_VALUE_TYPE, 0xe0010014, "a value of the key store has the wrong type or malformed data") \
