@@ -8,6 +8,8 @@
 #include <new>
 #include <utility>
 
+#include "zyrlog/result.h"
+
 void* ZyrBasAlloc(std::size_t size) noexcept;
 void* ZyrBasAllocZero(std::size_t size) noexcept;
 void ZyrBasFree(void* block) noexcept;
@@ -16,6 +18,12 @@ void ZyrBasFree(void* block) noexcept;
 // fails until the hook is reset with -1. Lets tests reach the out-of-memory
 // paths without starving the process.
 void ZyrBasTestFailAllocationsAfter(long successes) noexcept;
+
+// Copies `count` bytes from memory that nobody vouches for: a blob that
+// another program placed in this process. Where any byte of it cannot be
+// read (unmapped, or a guard page), ZYR_E_INVALID_ADDRESS, never a fault;
+// `target` may then hold part of it.
+ZyrResult ZyrBasCopyForeign(void* target, const void* source, std::size_t count) noexcept;
 
 template <class T, class... A>
 T* ZyrNew(A&&... args) noexcept {
