@@ -16,8 +16,13 @@ void ZyrBasFree(void* block) noexcept;
 
 // Test hook: after `successes` further allocations succeed, every allocation
 // fails until the hook is reset with -1. Lets tests reach the out-of-memory
-// paths without starving the process.
-void ZyrBasTestFailAllocationsAfter(long successes) noexcept;
+// paths without starving the process. Gives the successes that were left of
+// the hook before (0 once it failed one), -1 if none was set.
+long ZyrBasTestFailAllocationsAfter(long successes) noexcept;
+// Test hook: the allocation after `successes` further ones fails, and only
+// that one; -1 takes the hook away. For sweeps that fail each allocation of
+// a program in turn while the rest of it runs on.
+void ZyrBasTestFailOneAllocation(long successes) noexcept;
 
 // Copies `count` bytes from memory that nobody vouches for: a blob that
 // another program placed in this process. Where any byte of it cannot be
