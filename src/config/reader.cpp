@@ -1,5 +1,6 @@
 #include "config/reader.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "base/memory.h"
@@ -440,108 +441,88 @@ ZyrResult ZyrCfgScanValue(const char16_t* text, std::size_t length,
 
 namespace {
 
-// The entries read so far for one map of the document (its sections, or the
-// values of the section being read), with their names in a balanced tree
-// (an AA tree) beside them: a name is found and added in O(log n), and the
-// map is filled once at the end, in name order, each entry at its end. A
-// sorted array alone moves half of its entries for every name that comes
-// out of order: a million sections in random order took minutes.
+// The entries read for one map of the document (its sections, or the keys
+// of one section), kept in the order read and sorted once when the map is
+// complete; the first of a name wins. Inserting each into a sorted array
+// moved half of its entries for every name out of order, so a million
+// sections in random order took minutes; a tree beside it costs a cache
+// miss at every level. Sorting costs O(n log n) on one array that holds the
+// first eight units of each name, so that most comparisons touch nothing
+// else.
 template <class R>
 class StagedNames {
  public:
-  // The entry of that name, or null.
-  const R* Find(const char16_t* name, std::size_t length) const noexcept {
-    std::uint32_t n = root_;
-    while (n) {
-      int c = Compare(name, length, n);
-      if (c == 0) return &items_[n - 1];
-      n = c < 0 ? nodes_[n].left : nodes_[n].right;
-    }
-    return nullptr;
+  ZyrResult Add(const R& item, std::uint64_t line) noexcept {
+    const ZyrBasString& name = item->name;
+    return entries_.Emplace(ZyrBasGrowth::Standard,
+                            Entry{{Prefix(name, 0), Prefix(name, 4)}, name.Text(), name.Length(), line, R(item)});
   }
 
-  // Adds an entry whose name is not staged yet.
-  ZyrResult Add(const R& item) noexcept {
-    if (nodes_.Empty()) {
-      ZyrResult r = nodes_.Append(Node{0, 0, 0});  // node 0: the empty leaf, level 0
-      if (ZyrFailed(r)) return r;
+  // Moves the entries into the empty `map` in name order. For every entry
+  // whose name came before, `repeated(line)` is called instead, in name
+  // order; its failure ends the move.
+  template <class Repeated>
+  ZyrResult MoveInto(ZyrBasNameMap<R>& map, Repeated repeated) noexcept {
+    std::sort(entries_.begin(), entries_.end(), [](const Entry& a, const Entry& b) {
+      int c = Compare(a, b);
+      return c != 0 ? c < 0 : a.line < b.line;
+    });
+    ZyrResult r = ZYR_OK;
+    const Entry* last = nullptr;
+    for (Entry& e : entries_) {
+      if (last && Compare(*last, e) == 0) {
+        r = repeated(e.line);
+      } else {
+        r = map.Insert(e.name, e.length, static_cast<R&&>(e.item));
+        last = &e;
+      }
+      if (ZyrFailed(r)) break;
     }
-    ZyrResult r = nodes_.Reserve(nodes_.Count() + 1);
-    if (ZyrSucceeded(r)) r = items_.Append(R(item));
-    if (ZyrFailed(r)) return r;
-    (void)nodes_.Append(Node{0, 0, 1});
-    root_ = Insert(root_, static_cast<std::uint32_t>(nodes_.Count() - 1));
-    return ZYR_OK;
-  }
-
-  // Moves the entries into the empty `map` in name order, and empties this.
-  ZyrResult MoveInto(ZyrBasNameMap<R>& map) noexcept {
-    ZyrResult r = Walk(root_, map);
-    Clear();
+    entries_.Clear();
     return r;
   }
 
-  void Clear() noexcept {
-    items_.Clear();
-    nodes_.Clear();
-    root_ = 0;
-  }
+  bool Empty() const noexcept { return entries_.Empty(); }
 
  private:
-  struct Node {
-    std::uint32_t left, right, level;
+  struct Entry {
+    std::uint64_t prefix[2];
+    const char16_t* name;  // in the item, which the entry holds
+    std::size_t length;
+    std::uint64_t line;
+    R item;
   };
 
-  int Compare(const char16_t* name, std::size_t length, std::uint32_t n) const noexcept {
-    const ZyrBasString& other = items_[n - 1]->name;
-    return ZyrBasCompareOrdinal(name, length, other.Text(), other.Length());
+  // Four units from `from` as the name order sees them, byte by byte, with
+  // zeros behind a shorter name: unequal prefixes order their names.
+  static std::uint64_t Prefix(const ZyrBasString& name, std::size_t from) noexcept {
+    std::uint64_t p = 0;
+    for (std::size_t i = from; i < from + 4; ++i) {
+      char16_t u = i < name.Length() ? name.Text()[i] : 0;
+      p = p << 16 | static_cast<std::uint64_t>(u & 0xff) << 8 | static_cast<std::uint64_t>(u >> 8);
+    }
+    return p;
   }
 
-  std::uint32_t Insert(std::uint32_t t, std::uint32_t n) noexcept {
-    if (t == 0) return n;
-    const ZyrBasString& name = items_[n - 1]->name;
-    if (Compare(name.Text(), name.Length(), t) < 0) nodes_[t].left = Insert(nodes_[t].left, n);
-    else nodes_[t].right = Insert(nodes_[t].right, n);
-    return Split(Skew(t));
+  // By the first eight units where they differ, which settles most names
+  // without touching them; else by the whole names.
+  static int Compare(const Entry& a, const Entry& b) noexcept {
+    for (int i = 0; i < 2; ++i)
+      if (a.prefix[i] != b.prefix[i]) return a.prefix[i] < b.prefix[i] ? -1 : 1;
+    return ZyrBasCompareOrdinal(a.name, a.length, b.name, b.length);
   }
 
-  // A left child on the same level turns into its parent.
-  std::uint32_t Skew(std::uint32_t t) noexcept {
-    std::uint32_t l = nodes_[t].left;
-    if (nodes_[l].level != nodes_[t].level) return t;
-    nodes_[t].left = nodes_[l].right;
-    nodes_[l].right = t;
-    return l;
-  }
-
-  // Two right children on the same level: the middle one goes up.
-  std::uint32_t Split(std::uint32_t t) noexcept {
-    std::uint32_t r = nodes_[t].right;
-    if (nodes_[nodes_[r].right].level != nodes_[t].level) return t;
-    nodes_[t].right = nodes_[r].left;
-    nodes_[r].left = t;
-    ++nodes_[r].level;
-    return r;
-  }
-
-  // Depth first, in order; the depth is at most twice the log of the count.
-  ZyrResult Walk(std::uint32_t t, ZyrBasNameMap<R>& map) noexcept {
-    if (t == 0) return ZYR_OK;
-    ZyrResult r = Walk(nodes_[t].left, map);
-    if (ZyrFailed(r)) return r;
-    R& item = items_[t - 1];
-    r = map.Insert(item->name, R(item));
-    if (ZyrFailed(r)) return r;
-    return Walk(nodes_[t].right, map);
-  }
-
-  ZyrBasArray<R> items_;     // in the order read; item i is node i + 1
-  ZyrBasArray<Node> nodes_;
-  std::uint32_t root_ = 0;
+  ZyrBasArray<Entry> entries_;
 };
 
 // Out of memory ends a load with ZYR_E_OUT_OF_MEMORY, whatever it struck: a
 // document with a line missing would be applied as if it were whole.
+//
+// Repeated names are told apart when a map is complete (StagedNames): the
+// values of a section are checked when the section ends, the sections when
+// the text ends. Until then a repeated section takes its lines like any
+// other; its errors are marked with its header's line and vanish with it,
+// so that, as for any failed header, only the header's own error stands.
 class Loader {
  public:
   explicit Loader(ZyrCfgDocument& document) : doc_(document) {}
@@ -564,7 +545,11 @@ class Loader {
       if (ZyrFailed(result)) break;
     }
     if (ZyrSucceeded(result)) result = EndSection();
-    if (ZyrSucceeded(result)) result = sections_.MoveInto(doc_.sections);
+    if (ZyrSucceeded(result))
+      result = sections_.MoveInto(doc_.sections, [this](std::uint64_t header) {
+        return repeatedSections_.Append(header);
+      });
+    if (ZyrSucceeded(result)) result = SettleErrors();
     doc_.currentSection.Reset();
     doc_.pendingComment.Clear();  // a comment that nothing followed is lost
     if (ZyrFailed(result)) doc_.sections.Clear();
@@ -613,9 +598,10 @@ class Loader {
   }
 
   // A line that is no text (bytes the encoding cannot convert, a last line
-  // cut short) is recorded with ZYR_E_INVALID_DATA and skipped. Where it
-  // stands as a section header it breaks the section as a failed header
-  // does, so that the values behind it do not land in the section before.
+  // cut short) is recorded with ZYR_E_INVALID_DATA and skipped, but as
+  // silently as any line behind a failed header. Where it stands as a
+  // section header it breaks the section as a failed header does, so that
+  // the values behind it do not land in the section before.
   ZyrResult Unreadable(const char16_t* s, std::size_t n) {
     std::size_t p = 0;
     while (p < n && IsLineBlank(s[p])) ++p;
@@ -625,7 +611,7 @@ class Loader {
       return ZyrFailed(r) ? r : HeaderFailed(ZYR_E_INVALID_DATA);
     }
     blankLines_ = 0;
-    return RecordError(ZYR_E_INVALID_DATA);
+    return doc_.currentSection || !headerFailed_ ? RecordError(ZYR_E_INVALID_DATA) : ZYR_OK;
   }
 
   // Values up to the next good header go with a failed one, silently.
@@ -654,7 +640,6 @@ class Loader {
     if (close == ZYR_NPOS || close == p + 1) return ZYR_E_CFG_SECTION_NOT_CLOSED;
     const char16_t* name = s + p + 1;
     std::size_t nameLength = close - p - 1;
-    if (sections_.Find(name, nameLength)) return ZYR_E_CFG_DUPLICATE_SECTION;
     // The search starts at the bracket: a ";" inside the brackets stays in
     // the name and starts a comment as well.
     std::size_t semicolon = FindChar(s, n, p, u';');
@@ -666,9 +651,10 @@ class Loader {
     ZyrResult r = ZyrCfgSectionRef::Make(&section);
     if (ZyrSucceeded(r)) r = section->SetName(name, nameLength);
     if (ZyrSucceeded(r)) r = section->comment.Assign(doc_.pendingComment);
-    if (ZyrSucceeded(r)) r = sections_.Add(section);
+    if (ZyrSucceeded(r)) r = sections_.Add(section, doc_.lineNumber);
     if (ZyrFailed(r)) return r;
     doc_.currentSection = static_cast<ZyrCfgSectionRef&&>(section);
+    sectionLine_ = doc_.lineNumber;
     return ZYR_OK;
   }
 
@@ -678,7 +664,6 @@ class Loader {
     std::size_t first, last;
     Trim(s, equals, &first, &last);
     if (first == last) return ZYR_E_CFG_BAD_VALUE_LINE;  // a value needs a name
-    if (values_.Find(s + first, last - first)) return ZYR_E_CFG_DUPLICATE_VALUE;
     ZyrCfgScannedValue scanned;
     ZyrResult r = ZyrCfgScanValue(s + equals + 1, n - equals - 1, &scanned);
     if (ZyrFailed(r)) return r;
@@ -691,24 +676,61 @@ class Loader {
     value->text.Swap(scanned.text);
     value->lineComment.Swap(scanned.lineComment);
     value->items.Swap(scanned.items);
-    return values_.Add(value);
+    return values_.Add(value, doc_.lineNumber);
   }
 
-  // The values read for the current section go into it.
+  // The values read for the current section go into it; a repeated key is
+  // an error at its line.
   ZyrResult EndSection() {
     if (!doc_.currentSection) return ZYR_OK;
-    return values_.MoveInto(doc_.currentSection->values);
+    return values_.MoveInto(doc_.currentSection->values, [this](std::uint64_t line) {
+      return RecordErrorAt(line, ZYR_E_CFG_DUPLICATE_VALUE, sectionLine_);
+    });
   }
 
   // ZYR_E_OUT_OF_MEMORY when the list cannot grow: a problem that nobody
   // could see afterwards would be lost without a trace.
   ZyrResult RecordError(ZyrResult r) {
-    return doc_.lineErrors.Append(ZyrCfgLineError{doc_.lineNumber, r});
+    return RecordErrorAt(doc_.lineNumber, r, doc_.currentSection ? sectionLine_ : 0);
+  }
+  // `section`: the header line of the section the line stands in, or 0.
+  ZyrResult RecordErrorAt(std::uint64_t line, ZyrResult r, std::uint64_t section) {
+    if (!doc_.lineErrors.Empty() && doc_.lineErrors.Last().line > line) errorsUnordered_ = true;
+    ZyrResult grown = errorSections_.Append(section);
+    if (ZyrSucceeded(grown)) grown = doc_.lineErrors.Append(ZyrCfgLineError{line, r});
+    if (ZyrFailed(grown) && errorSections_.Count() > doc_.lineErrors.Count())
+      errorSections_.Truncate(doc_.lineErrors.Count());
+    return grown;
+  }
+
+  // The errors of a repeated section's lines go with it, and the header's
+  // own error stands for them; then all in the order of lines.
+  ZyrResult SettleErrors() {
+    if (repeatedSections_.Empty() && !errorsUnordered_) return ZYR_OK;
+    std::sort(repeatedSections_.begin(), repeatedSections_.end());
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < doc_.lineErrors.Count(); ++i) {
+      std::uint64_t section = errorSections_[i];
+      if (section && std::binary_search(repeatedSections_.begin(), repeatedSections_.end(), section)) continue;
+      doc_.lineErrors[kept++] = doc_.lineErrors[i];
+    }
+    doc_.lineErrors.Truncate(kept);
+    for (std::uint64_t header : repeatedSections_) {
+      ZyrResult r = doc_.lineErrors.Append(ZyrCfgLineError{header, ZYR_E_CFG_DUPLICATE_SECTION});
+      if (ZyrFailed(r)) return r;
+    }
+    std::sort(doc_.lineErrors.begin(), doc_.lineErrors.end(),
+              [](const ZyrCfgLineError& a, const ZyrCfgLineError& b) { return a.line < b.line; });
+    return ZYR_OK;
   }
 
   ZyrCfgDocument& doc_;
   StagedNames<ZyrCfgSectionRef> sections_;
   StagedNames<ZyrCfgValueRef> values_;  // of the current section
+  std::uint64_t sectionLine_ = 0;       // the current section's header line
+  ZyrBasArray<std::uint64_t> errorSections_;     // beside lineErrors: the section of each
+  ZyrBasArray<std::uint64_t> repeatedSections_;  // header lines of repeated sections
+  bool errorsUnordered_ = false;  // a repeated key's error came behind a later line's
   bool headerFailed_ = false;
   std::uint64_t blankLines_ = 0;
 };
