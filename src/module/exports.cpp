@@ -99,7 +99,7 @@ namespace {
 // failure rather than a fault. A count that points past the blob, into
 // memory that is not there, ends the thread with ZYR_E_INVALID_ADDRESS.
 namespace {
-// The longest path that the system of the design knows, in UTF-16 units.
+// The longest path that an NT system takes, in UTF-16 units.
 constexpr std::uint64_t kMaxRemoteNameUnits = 32767;
 }  // namespace
 
