@@ -7,7 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include "base/memory.h"
 #include "config/document.h"
 #include "config/reader.h"
 #include "test_support.h"
@@ -467,32 +466,6 @@ TEST(CfgLoad, FileChangedWhileReadIsReadAgain) {
     ZyrCfgValueRef v = Value(doc, u"root", u"Severity");
     EXPECT_EQ(v ? S(v->text) : u"", row.severity ? row.severity : u"");
   }
-}
-
-// Running out of memory anywhere in a read fails the load with
-// ZYR_E_OUT_OF_MEMORY and leaves no section: never a document with a line
-// missing, which the builder would then answer with some other code.
-TEST(CfgLoad, OutOfMemoryFailsTheWholeLoad) {
-  const std::string text =
-      "; lead\n[b]\nk = \"x y\" ; tail\nlist = a b c\nbad line\n[a]\nz = 1\nz = 2\n[b]\nq = 1\n";
-  ZyrCfgDocument whole;
-  ASSERT_EQ(LoadBytes(whole, text), ZYR_OK);
-  int failures = 0;
-  for (long n = 0; n < 1000; ++n) {
-    ZyrCfgDocument doc;
-    ZyrBasTestFailAllocationsAfter(n);
-    ZyrResult r = LoadBytes(doc, text);
-    ZyrBasTestFailAllocationsAfter(-1);
-    if (r == ZYR_OK) {
-      EXPECT_EQ(Errors(doc), Errors(whole));
-      EXPECT_EQ(doc.sections.Count(), whole.sections.Count());
-      break;
-    }
-    ++failures;
-    ASSERT_EQ(r, ZYR_E_OUT_OF_MEMORY) << n;
-    EXPECT_EQ(doc.sections.Count(), 0u);
-  }
-  EXPECT_GT(failures, 10);
 }
 
 // Sections and keys in any order, with repeats: the maps come out in name
