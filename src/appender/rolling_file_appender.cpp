@@ -60,7 +60,9 @@ ZyrResult ExistingNumbers(const ZyrBasString& path, std::uint64_t low, std::uint
 // rollover that cannot finish puts every file back where it was: the live
 // file stays, above Size, and no rolled file is lost or overwritten. Each
 // target name was left free by the move before it, or holds no file of the
-// chain (a link, say, which goes); a folder there fails the move.
+// chain (a link, say, which goes); a folder there fails the move. A source
+// that is gone (another process that lowered FilesCount removed it) has
+// nothing to move and stops nothing.
 class RollMoves {
  public:
   ZyrResult Move(const ZyrBasString& from, const ZyrBasString& to) {
@@ -70,8 +72,9 @@ class RollMoves {
     if (ZyrSucceeded(r)) r = done_.Append(static_cast<Step&&>(step));
     if (ZyrFailed(r)) return r;
     r = ZyrBasMoveFile(from.Text(), to.Text());
-    if (ZyrFailed(r)) done_.Truncate(done_.Count() - 1);
-    return r;
+    if (ZyrSucceeded(r)) return r;
+    done_.Truncate(done_.Count() - 1);
+    return r == ZYR_E_FILE_NOT_FOUND ? ZYR_I_NOT_FOUND : r;
   }
   // Back in reverse order. A move back that fails leaves that file under
   // the name it was given: moved, not lost.
@@ -233,12 +236,15 @@ ZyrResult ZyrLogRollingFileAppender::Rotate() {
     if (ZyrSucceeded(r)) r = n == filesCount_ ? TempBeside(top, path) : RolledName(to, path, n + 1);
     if (ZyrSucceeded(r)) r = moves.Move(from, n == filesCount_ ? top : to);
     if (ZyrFailed(r)) break;
+    if (r == ZYR_I_NOT_FOUND && n == filesCount_) top.Clear();
   }
   if (ZyrSucceeded(r)) r = RolledName(to, path, 1);
   if (ZyrSucceeded(r)) r = moves.Move(path, to);
-  if (ZyrFailed(r)) {
+  // The live file gone as well: a process that found no lock to take has
+  // rolled it; there is nothing left to roll.
+  if (ZyrFailed(r) || r == ZYR_I_NOT_FOUND) {
     moves.Undo();
-    return r;
+    return ZyrFailed(r) ? r : ZYR_OK;
   }
   if (!top.Empty()) (void)ZyrBasDeleteFile(top.Text(), 0);
   if (ZyrLogHierarchy* owner = Owner()) (void)owner->ReportRolledFile(to.Text());
