@@ -70,7 +70,8 @@ TEST_F(HostileConfigTest, FilesThatAreNoConfigurationAreRefusedAtOnceInLittleMem
       long before = PeakKb();
       ZyrResult r = log_->LoadConfigFile(U16(row.path).c_str());
       if (r != row.result) return 1;
-      if (PeakKb() - before > kMemoryBoundKb) return 2;
+      // What is refused costs next to nothing; a file at the limit is read.
+      if (r != ZYR_OK && PeakKb() - before > kMemoryBoundKb) return 2;
       return root->threshold.load() == ZYR_SEVERITY_INFO ? 0 : 3;
     }, 10);
     EXPECT_EQ(code, 0);

@@ -31,7 +31,11 @@ class SecondAccountTest : public ::testing::Test {
   void SetUp() override {
     for (const zyrtest::ThrowawayAccount* a : {&victim_, &attacker_})
       if (!a->Unavailable().empty()) GTEST_SKIP() << a->Unavailable();
-    base_ = zyrtest::MakeTempDir("accounts");
+    // Below /tmp, which every account can pass through, whatever the
+    // folders of the build are.
+    char base[] = "/tmp/zyr-accounts-XXXXXX";
+    ASSERT_NE(mkdtemp(base), nullptr);
+    base_ = base;
     ASSERT_EQ(chmod(base_.c_str(), 0755), 0);
     product_ = base_ + "/product";
     shared_ = product_ + "/log";  // the all-users folder: sticky, as /tmp
