@@ -1,6 +1,8 @@
-// zyrlog demo: a client gets a log object, logs through the built-in
+// zyrlog demo: a program gets a log object, logs through the built-in
 // default configuration (a rolling "common.log" in the user's log folder),
 // flushes, and shows the file it wrote.
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -8,51 +10,72 @@
 #include <sstream>
 #include <string>
 
-#include "zyrlog/log.h"
-#include "zyrlog/zyrlog.h"
+#include <zyrlog/log.h>
+#include <zyrlog/zyrlog.hpp>
 
 namespace {
 
-// The default log folder: the user's local data folder (LOCALAPPDATA, else
-// XDG_DATA_HOME, else ~/.local/share) + "/Zyr/OPH2015/log".
+std::string Env(const char* name) {
+  const char* value = std::getenv(name);
+  return value && *value ? value : "";
+}
+
+// Where the built-in configuration writes: common.log in the default log
+// folder. That is $LOGS_DIRECTORY (which systemd sets for a service), else
+// "Zyr/OPH2015/log" below the user's local data folder: LOCALAPPDATA, else
+// the XDG state folder; builds before the state folder took the XDG data
+// folder. Of the files found, the one written last is the demo's.
 std::string DefaultLogFile() {
-  const char* local = std::getenv("LOCALAPPDATA");
-  const char* xdg = std::getenv("XDG_DATA_HOME");
-  const char* home = std::getenv("HOME");
-  std::string base = local && *local ? local
-                     : xdg && *xdg   ? xdg
-                                     : std::string(home ? home : ".") + "/.local/share";
-  return base + "/Zyr/OPH2015/log/common.log";
+  std::string home = Env("HOME");
+  std::string tail = "/Zyr/OPH2015/log/common.log";
+  std::string candidates[] = {
+      Env("LOGS_DIRECTORY").empty() ? "" : Env("LOGS_DIRECTORY") + "/common.log",
+      Env("LOCALAPPDATA").empty() ? "" : Env("LOCALAPPDATA") + tail,
+      (Env("XDG_STATE_HOME").empty() ? home + "/.local/state" : Env("XDG_STATE_HOME")) + tail,
+      (Env("XDG_DATA_HOME").empty() ? home + "/.local/share" : Env("XDG_DATA_HOME")) + tail,
+  };
+  std::string newest;
+  struct timespec newestTime = {};
+  for (const std::string& path : candidates) {
+    struct stat info;
+    if (path.empty() || stat(path.c_str(), &info) != 0) continue;
+    if (newest.empty() || info.st_mtim.tv_sec > newestTime.tv_sec ||
+        (info.st_mtim.tv_sec == newestTime.tv_sec && info.st_mtim.tv_nsec > newestTime.tv_nsec)) {
+      newest = path;
+      newestTime = info.st_mtim;
+    }
+  }
+  return newest;
 }
 
 }  // namespace
 
 int main() {
-  IZyrLog* log = nullptr;
-  ZyrResult r = ZyrGetLogObject(&IID_IZyrLogLevel3, &log);
-  if (ZyrFailed(r)) {
-    std::fprintf(stderr, "ZyrGetLogObject failed: 0x%08x\n", static_cast<unsigned>(r));
-    return 1;
-  }
-  ZyrLogger* logger = nullptr;
-  r = log->GetLogger(&logger, u"demo.main");
-  if (ZyrFailed(r)) {
-    std::fprintf(stderr, "GetLogger failed: 0x%08x\n", static_cast<unsigned>(r));
-    return 1;
-  }
-  ZYR_INFO(logger, u"demo started: %d logger, %s", 1, u"default configuration");
-  ZYR_DEBUG(logger, u"below the INFO threshold: one read, nothing written");
-  ZYR_WARN(logger, u"a warning with a number %d and a text %s", 42, u"value");
-  ZYR_LOG_TYPED(logger, ZYR_SEVERITY_ERROR, u"{5F0C7E2A-0D6B-4C1E-9E7B-3A1D2C4B5E6F}", 17, 1, 100, 7,
-                zyrlog::ErrorCode(static_cast<ZyrResult>(0xe0010058u)), zyrlog::Str(u"c:\\data"),
-                zyrlog::Bool(false));
-  log->Flush();
-  ZyrReleaseLogObject(&IID_IZyrLog, log);
+  {
+    zyrlog::Log log;
+    if (log.Status().Failed()) {
+      std::fprintf(stderr, "no log object: %s\n", log.Status().Describe().c_str());
+      return 1;
+    }
+    zyrlog::Logger logger = log.GetLogger("demo.main");
+    ZYRLOG_INFO(logger, "demo started: {} logger, {}", 1, "default configuration");
+    ZYRLOG_DEBUG(logger, "below the INFO threshold: one read, nothing written");
+    ZYRLOG_WARN(logger, "a warning with a number {} and a text {}", 42, "value");
+    // A typed list of values, through the contract beneath the front door.
+    ZYR_LOG_TYPED(logger.Raw(), ZYR_SEVERITY_ERROR, u"{5F0C7E2A-0D6B-4C1E-9E7B-3A1D2C4B5E6F}", 17,
+                  1, 100, 7, zyrlog::ErrorCode(ZYR_E_ACCESS_DENIED), zyrlog::Str(u"c:\\data"),
+                  zyrlog::Bool(false));
+    log.Flush();
+    if (log.FailedCalls() != 0)
+      std::fprintf(stderr, "%llu lines were not written: %s\n",
+                   static_cast<unsigned long long>(log.FailedCalls()),
+                   log.LastFailure().Describe().c_str());
+  }  // the handle releases the log object
 
   std::string path = DefaultLogFile();
   std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    std::fprintf(stderr, "no log file at %s\n", path.c_str());
+  if (path.empty() || !in) {
+    std::fprintf(stderr, "no common.log in the default log folder\n");
     return 1;
   }
   std::stringstream text;
