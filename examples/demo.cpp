@@ -1,10 +1,7 @@
 // zyrlog demo: a program gets a log object, logs through the built-in
 // default configuration (a rolling "common.log" in the user's log folder),
 // flushes, and shows the file it wrote.
-#include <sys/stat.h>
-
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -15,42 +12,20 @@
 
 namespace {
 
-std::string Env(const char* name) {
-  const char* value = std::getenv(name);
-  return value && *value ? value : "";
-}
-
-// Where the built-in configuration writes: common.log in the default log
-// folder. That is $LOGS_DIRECTORY (which systemd sets for a service), else
-// "Zyr/OPH2015/log" below the user's local data folder: LOCALAPPDATA, else
-// the XDG state folder; builds before the state folder took the XDG data
-// folder. Of the files found, the one written last is the demo's.
-std::string DefaultLogFile() {
-  std::string home = Env("HOME");
-  std::string tail = "/Zyr/OPH2015/log/common.log";
-  std::string candidates[] = {
-      Env("LOGS_DIRECTORY").empty() ? "" : Env("LOGS_DIRECTORY") + "/common.log",
-      Env("LOCALAPPDATA").empty() ? "" : Env("LOCALAPPDATA") + tail,
-      (Env("XDG_STATE_HOME").empty() ? home + "/.local/state" : Env("XDG_STATE_HOME")) + tail,
-      (Env("XDG_DATA_HOME").empty() ? home + "/.local/share" : Env("XDG_DATA_HOME")) + tail,
-  };
-  std::string newest;
-  struct timespec newestTime = {};
-  for (const std::string& path : candidates) {
-    struct stat info;
-    if (path.empty() || stat(path.c_str(), &info) != 0) continue;
-    if (newest.empty() || info.st_mtim.tv_sec > newestTime.tv_sec ||
-        (info.st_mtim.tv_sec == newestTime.tv_sec && info.st_mtim.tv_nsec > newestTime.tv_nsec)) {
-      newest = path;
-      newestTime = info.st_mtim;
-    }
-  }
-  return newest;
+// Where the built-in configuration writes: the FileName of its one
+// appender, as the configuration in force tells it (common.log in the
+// default log folder).
+std::string LogFileOf(const std::string& configuration) {
+  std::size_t at = configuration.find("\nFileName = ");
+  if (at == std::string::npos) return "";
+  at += 12;
+  return configuration.substr(at, configuration.find_first_of("\r\n", at) - at);
 }
 
 }  // namespace
 
 int main() {
+  std::string path;
   {
     zyrlog::Log log;
     if (log.Status().Failed()) {
@@ -66,16 +41,17 @@ int main() {
                   1, 100, 7, zyrlog::ErrorCode(ZYR_E_ACCESS_DENIED), zyrlog::Str(u"c:\\data"),
                   zyrlog::Bool(false));
     log.Flush();
+    std::string configuration;
+    if (log.GetConfigText(configuration).Ok()) path = LogFileOf(configuration);
     if (log.FailedCalls() != 0)
       std::fprintf(stderr, "%llu lines were not written: %s\n",
                    static_cast<unsigned long long>(log.FailedCalls()),
                    log.LastFailure().Describe().c_str());
   }  // the handle releases the log object
 
-  std::string path = DefaultLogFile();
   std::ifstream in(path, std::ios::binary);
   if (path.empty() || !in) {
-    std::fprintf(stderr, "no common.log in the default log folder\n");
+    std::fprintf(stderr, "no log file at '%s'\n", path.c_str());
     return 1;
   }
   std::stringstream text;
