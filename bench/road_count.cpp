@@ -74,7 +74,7 @@ int AnyLines(ZyrLogger* logger, const zyrlog::Logger& front, Door door, std::uin
 
 int main(int argc, char** argv) {
   if (argc < 3) {
-    std::fprintf(stderr, "usage: road_count null|file|rolling|queue LINES [FOLDER]\n");
+    std::fprintf(stderr, "usage: road_count null|file|rolling|queue[-front|-front16] LINES [FOLDER]\n");
     return 2;
   }
   std::string road = argv[1];

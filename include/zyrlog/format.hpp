@@ -73,19 +73,21 @@ class FixedText {
  public:
   FixedText& Append(std::string_view text) noexcept {
     if (cut_) return *this;
-    std::size_t room = N - size_;
-    if (text.size() <= room) {
+    if (text.size() <= N - size_) {
       for (char c : text) data_[size_++] = c;
       return *this;
     }
-    // Keep "..." room and never split a UTF-8 sequence.
-    std::size_t keep = room >= 3 ? room - 3 : 0;
-    while (keep > 0 && (static_cast<unsigned char>(text[keep]) & 0xc0) == 0x80) --keep;
-    for (std::size_t i = 0; i < keep; ++i) data_[size_++] = text[i];
-    while (size_ > N - 3) --size_;
-    while (size_ > 0 && (static_cast<unsigned char>(data_[size_]) & 0xc0) == 0x80) --size_;
-    for (int i = 0; i < 3; ++i) data_[size_++] = '.';
     cut_ = true;
+    std::size_t keep = 0;
+    if (N - size_ >= 3) {
+      keep = N - size_ - 3;
+      while (keep > 0 && IsContinuation(text[keep])) --keep;
+    } else {  // the mark takes the end of what is there
+      size_ = N - 3;
+      while (size_ > 0 && IsContinuation(data_[size_])) --size_;
+    }
+    for (std::size_t i = 0; i < keep; ++i) data_[size_++] = text[i];
+    for (int i = 0; i < 3; ++i) data_[size_++] = '.';
     return *this;
   }
   FixedText& Append(const char* text) noexcept { return Append(std::string_view(text)); }
@@ -110,6 +112,8 @@ class FixedText {
   std::string_view View() const noexcept { return {data_, size_}; }
 
  private:
+  static bool IsContinuation(char c) noexcept { return (static_cast<unsigned char>(c) & 0xc0) == 0x80; }
+
   char data_[N];
   std::size_t size_ = 0;
   bool cut_ = false;
@@ -234,6 +238,7 @@ enum class Error : std::uint8_t {
   kFill, kCenter, kBadSpec, kSignNeedsNumber, kZeroNeedsNumber, kAlternateNeedsNumber,
   kPrecisionNotAllowed, kIntegerType, kFloatType, kTextType, kBoolType, kCharType,
   kPointerType, kWide, kTooWide, kNotLoggable,
+  kNotLiteral,  // reported by Literal itself
 };
 
 // How a placeholder's argument fills its slots.
@@ -269,6 +274,7 @@ template <class C>
 struct LiteralText {
   const C* text;
   std::size_t size;
+  bool valid = true;
 };
 
 template <std::size_t N>
@@ -280,7 +286,7 @@ consteval LiteralText<char> Literal(const T&) {
   static_assert(sizeof(T) == 0,
                 "zyrlog: the format must be a UTF-8 string literal (\"...\" or u8\"...\"); "
                 "u\"...\" formats belong to the contract's ZYR_ macros");
-  return {"", 0};
+  return {"", 0, false};
 }
 
 struct Spec {
@@ -562,6 +568,7 @@ class Translator {
 
 template <class C>
 consteval Plan MakePlan(LiteralText<C> literal, const TypeInfo* types, std::size_t args) {
+  if (!literal.valid) return Plan{Error::kNotLiteral};
   return Translator<C>(literal.text, literal.size, types, args, nullptr).Run();
 }
 

@@ -149,6 +149,24 @@ inline void AppendUtf8(std::string& out, const char16_t* text, std::size_t lengt
   }
 }
 
+// The same into `out`, replacing it; false when memory ran out (out is
+// then left empty).
+inline bool AssignUtf8(std::string& out, const char16_t* text, std::size_t length) noexcept {
+#if defined(__cpp_exceptions)
+  try {
+    out.clear();
+    AppendUtf8(out, text, length);
+  } catch (...) {
+    out.clear();
+    return false;
+  }
+#else
+  out.clear();
+  AppendUtf8(out, text, length);
+#endif
+  return true;
+}
+
 constexpr ZyrLogSeverity SeverityValue(ZyrLogSeverity severity) noexcept { return severity; }
 constexpr ZyrLogSeverity SeverityValue(Severity severity) noexcept {
   return static_cast<ZyrLogSeverity>(severity);
@@ -239,13 +257,13 @@ class Log {
   Log(Log&& other) noexcept
       : shared_(std::exchange(other.shared_, nullptr)),
         status_(std::exchange(other.status_, ZYR_E_NOT_INITIALIZED)),
-        workerStarted_(std::exchange(other.workerStarted_, false)) {}
+        workerStarted_(other.workerStarted_.exchange(false)) {}
   Log& operator=(Log&& other) noexcept {
     if (this != &other) {
       Close();
       shared_ = std::exchange(other.shared_, nullptr);
       status_ = std::exchange(other.status_, ZYR_E_NOT_INITIALIZED);
-      workerStarted_ = std::exchange(other.workerStarted_, false);
+      workerStarted_ = other.workerStarted_.exchange(false);
     }
     return *this;
   }
@@ -270,23 +288,20 @@ class Log {
     });
   }
   // The configuration as it stands, as text.
-  Result GetConfigText(std::string& text) {
+  Result GetConfigText(std::string& text) noexcept {
     if (!shared_) return status_;
     std::uint64_t needed = 0;
     char16_t none[1];
     ZyrResult r = shared_->log->GetConfigText(none, 0, &needed);
+    if (ZyrSucceeded(r)) text.clear();
     // The configuration may grow between the two calls: ask again.
     for (int attempt = 0; r == ZYR_E_BUFFER_TOO_SMALL && attempt < 8; ++attempt) {
       char16_t* buffer = new (std::nothrow) char16_t[needed];
       if (!buffer) return ZYR_E_OUT_OF_MEMORY;
       r = shared_->log->GetConfigText(buffer, needed - 1, &needed);
-      if (ZyrSucceeded(r)) {
-        text.clear();
-        impl::AppendUtf8(text, buffer, needed - 1);
-      }
+      if (ZyrSucceeded(r) && !impl::AssignUtf8(text, buffer, needed - 1)) r = ZYR_E_OUT_OF_MEMORY;
       delete[] buffer;
     }
-    if (ZyrSucceeded(r) && needed <= 1) text.clear();
     return r;
   }
   // Drops every configuration loaded and goes back to the built-in one.
@@ -311,13 +326,13 @@ class Log {
   Result StartWorker() noexcept {
     if (!shared_) return status_;
     ZyrResult r = shared_->log->StartDispatcher();
-    if (ZyrSucceeded(r)) workerStarted_ = true;
+    if (ZyrSucceeded(r)) workerStarted_.store(true);
     return r;
   }
   // Writes out everything queued and stops the worker.
   void StopWorker() noexcept {
     if (shared_) shared_->log->StopDispatcher();
-    workerStarted_ = false;
+    workerStarted_.store(false);
   }
 
   // The logger of that name, made with its ancestors if need be ("a.b.c").
@@ -347,7 +362,7 @@ class Log {
   // share of the log object. Closing twice does nothing more.
   void Close() noexcept {
     if (!shared_) return;
-    if (workerStarted_) StopWorker();
+    if (workerStarted_.load()) StopWorker();
     std::exchange(shared_, nullptr)->Release();
     status_ = ZYR_E_NOT_INITIALIZED;
   }
@@ -367,8 +382,12 @@ class Log {
 
   impl::Shared* shared_ = nullptr;
   ZyrResult status_ = ZYR_E_NOT_INITIALIZED;
-  bool workerStarted_ = false;
+  std::atomic<bool> workerStarted_{false};
 };
+
+// Reads every configuration file loaded in the process again, at once
+// (say, on SIGHUP); changed files are otherwise taken up by themselves.
+inline Result ReloadConfig() noexcept { return ZyrLogLibraryReloadConfig(); }
 
 namespace impl {
 
