@@ -1,16 +1,16 @@
 // zyrlog front door: "{}" formats, checked and translated while the call
 // compiles.
 //
-// A format is a UTF-8 literal with fmt-style placeholders. For each call
-// site the compiler checks it against the argument types and turns it into
-// the printf format of the log interface (UTF-16, static storage), and
-// knows at which slot each argument goes. At run time a call packs its
+// A format is a UTF-8 literal with the placeholders of std::format. For
+// each call site the compiler checks it against the argument types, turns
+// it into the printf format of the log interface (UTF-16, static storage)
+// and knows at which slot each argument goes. At run time a call packs its
 // arguments into 64-bit slots on the stack, exactly as the contract's
 // ZYR_LOG macros do, and calls the logger: no allocation, nothing parsed.
 //
 // Placeholders: {} takes the next argument, {0} {1} ... name one (used as
-// often as wanted; the two styles do not mix), {{ and }} are braces. A
-// spec after ":" is [[ ]<|>][+|-| ][#][0][width][.precision][type]:
+// often as wanted; the two styles do not mix), {{ and }} are braces. What
+// follows a ":" reads [[ ]<|>][+|-| ][#][0][width][.precision][type]:
 //
 //   argument                         type letters      written as
 //   signed and unsigned integers,    d (default) x X o  by their real width: an int8_t of -1
@@ -26,8 +26,8 @@
 //   std::u16string(_view), FixedText
 //   pointers, nullptr                p                  0x7ffd5c3e1a40; null is 0
 //
-// Text is right-aligned by default and numbers too, except that text with a
-// width and no alignment is left-aligned, as fmt users expect. What has no
+// In a width, numbers are right-aligned and text left-aligned unless the
+// placeholder says otherwise, as std::format does. What has no
 // counterpart in the log interface is refused at compile time with a
 // message that says why: centred alignment, fills other than blank,
 // binary, {:a}, named or dynamic arguments, wchar_t and char32_t text,
@@ -599,7 +599,7 @@ constexpr void Refuse() {
   static_assert(e != Error::kDynamicSpec, "zyrlog: a width or precision taken from an argument ({:{}}) has no counterpart; write the number");
   static_assert(e != Error::kFill, "zyrlog: only a blank can fill; {:*>8} has no counterpart (write {:>8} or {:08})");
   static_assert(e != Error::kCenter, "zyrlog: centred alignment ({:^}) has no counterpart; use < or >");
-  static_assert(e != Error::kBadSpec, "zyrlog: the spec is not understood; it reads [[ ]<|>][+|-| ][#][0][width][.precision][type]");
+  static_assert(e != Error::kBadSpec, "zyrlog: a placeholder is not understood; behind its ':' it reads [[ ]<|>][+|-| ][#][0][width][.precision][type]");
   static_assert(e != Error::kSignNeedsNumber, "zyrlog: a sign (+, -, blank) applies to numbers only");
   static_assert(e != Error::kZeroNeedsNumber, "zyrlog: padding with zeros applies to numbers only");
   static_assert(e != Error::kAlternateNeedsNumber, "zyrlog: '#' applies to numbers only");
