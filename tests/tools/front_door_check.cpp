@@ -1,7 +1,7 @@
 // Calls of the front door's logging macros that must, or must not,
 // compile. CASE 0 holds calls that must compile; every other CASE is one
-// refusal, and the comment on its line is the text its message must hold
-// (front_door_check.cmake reads it from there).
+// refusal, whose message must hold the text of the comment behind its call
+// (compile_check.cmake).
 #include <cstdint>
 #include <string>
 

@@ -1,13 +1,15 @@
-# Compiles front_door_check.cpp once per CASE: CASE 0 must compile, every
-# other must fail with the text that the comment on its line gives.
+# Compiles SOURCE once per CASE: CASE 0 must compile, every other must fail
+# with a message that holds the text of the comment behind its call, as in
+#   #elif CASE == 3
+#     ZYR_INFO(lg, u"%d", 1, 2);  // more_arguments_than_the_format_uses
 # Arguments: -DCXX=... -DINCLUDE=... -DSOURCE=...
-file(STRINGS ${SOURCE} lines REGEX "^#elif CASE == [0-9]+$|  // ")
+file(STRINGS ${SOURCE} lines REGEX "^#elif CASE == [0-9]+$|;  // ")
 set(cases 0)
 set(failures "")
 foreach(line IN LISTS lines)
   if(line MATCHES "^#elif CASE == ([0-9]+)$")
     set(case ${CMAKE_MATCH_1})
-  elseif(DEFINED case AND line MATCHES "  // (.*)$")
+  elseif(DEFINED case AND line MATCHES ";  // (.*)$")
     set(want_${case} "${CMAKE_MATCH_1}")
     list(APPEND cases ${case})
     unset(case)
@@ -34,4 +36,5 @@ list(LENGTH cases count)
 if(failures)
   message(FATAL_ERROR "${failures}")
 endif()
-message(STATUS "front door checks: ${count} cases as expected")
+get_filename_component(name ${SOURCE} NAME_WE)
+message(STATUS "${name}: ${count} cases as expected")
