@@ -315,7 +315,7 @@ class Translator {
       if (k == Kind::kTooWide) return Fail(Error::kTooWide, 0, a);
       if (k == Kind::kUnknown) return Fail(Error::kNotLoggable, 0, a);
     }
-    if (args_ > kMaxPlaceholders) return Fail(Error::kTooManyPlaceholders, 0, 0);
+    if (args_ > kMaxPlaceholders) return Fail(Error::kTooManyPlaceholders, 0);
     // Without arguments the contract takes the format as plain text, so a
     // "%" stays itself; with arguments it is written "%%".
     bool formatted = args_ > 0;
@@ -328,14 +328,14 @@ class Translator {
         Placeholder();
       } else if (c == '}') {
         if (i_ + 1 < n_ && f_[i_ + 1] == '}') Put(u'}'), i_ += 2;
-        else return Fail(Error::kUnmatchedClose, static_cast<int>(plan_.count) + 1, -1);
+        else return Fail(Error::kUnmatchedClose, static_cast<int>(plan_.count) + 1);
       } else if (c == '%' && formatted) {
         Put(u'%'), Put(u'%'), ++i_;
       } else if (c == 0) {
-        return Fail(Error::kNul, 0, -1);
+        return Fail(Error::kNul, 0);
       } else {
         std::int32_t code = DecodeUtf8(f_, n_, i_);
-        if (code < 0) return Fail(Error::kNotUtf8, 0, -1);
+        if (code < 0) return Fail(Error::kNotUtf8, 0);
         PutCode(static_cast<std::uint32_t>(code));
       }
     }
@@ -346,15 +346,17 @@ class Translator {
   }
 
  private:
-  constexpr Plan Fail(Error e, int placeholder, std::size_t argument) {
+  static constexpr std::size_t kNoArgument = ~std::size_t{0};
+
+  // The first fault is the one reported.
+  constexpr Plan Fail(Error e, int placeholder, std::size_t argument = kNoArgument) {
     if (plan_.error == Error::kNone) {
       plan_.error = e;
       plan_.placeholder = placeholder;
-      plan_.argument = static_cast<int>(argument) + 1;
+      plan_.argument = argument == kNoArgument ? 0 : static_cast<int>(argument) + 1;
     }
     return plan_;
   }
-  constexpr Plan Fail(Error e, int placeholder, int) { return Fail(e, placeholder, std::size_t(-1)); }
 
   constexpr void Put(char16_t u) {
     if (out_) out_[plan_.length] = u;
@@ -393,33 +395,33 @@ class Translator {
 
   constexpr void Placeholder() {
     int number = static_cast<int>(plan_.count) + 1;
-    if (plan_.count == kMaxPlaceholders) return (void)Fail(Error::kTooManyPlaceholders, number, -1);
+    if (plan_.count == kMaxPlaceholders) return (void)Fail(Error::kTooManyPlaceholders, number);
     std::size_t arg = 0;
     int index = 0;
     if (ReadNumber(index)) {
-      if (indexing_ == 1) return (void)Fail(Error::kMixedIndexing, number, -1);
+      if (indexing_ == 1) return (void)Fail(Error::kMixedIndexing, number);
       indexing_ = 2;
       arg = static_cast<std::size_t>(index);
-      if (arg >= args_) return (void)Fail(Error::kNoSuchArgument, number, -1);
+      if (arg >= args_) return (void)Fail(Error::kNoSuchArgument, number);
     } else if (At(i_) == ':' || At(i_) == '}') {
-      if (indexing_ == 2) return (void)Fail(Error::kMixedIndexing, number, -1);
+      if (indexing_ == 2) return (void)Fail(Error::kMixedIndexing, number);
       indexing_ = 1;
       arg = next_++;
-      if (arg >= args_) return (void)Fail(Error::kTooFewArguments, number, -1);
+      if (arg >= args_) return (void)Fail(Error::kTooFewArguments, number);
     } else if (At(i_) == '_' || (At(i_) | 0x20) - 'a' < 26) {
-      return (void)Fail(Error::kNamedArgument, number, -1);
+      return (void)Fail(Error::kNamedArgument, number);
     } else if (i_ >= n_) {
-      return (void)Fail(Error::kUnmatchedOpen, number, -1);
+      return (void)Fail(Error::kUnmatchedOpen, number);
     } else {
-      return (void)Fail(Error::kBadSpec, number, -1);
+      return (void)Fail(Error::kBadSpec, number);
     }
     Spec spec;
     if (At(i_) == ':') {
       ++i_;
       if (!ParseSpec(spec, number)) return;
     }
-    if (i_ >= n_) return (void)Fail(Error::kUnmatchedOpen, number, -1);
-    if (At(i_) != '}') return (void)Fail(Error::kBadSpec, number, -1);
+    if (i_ >= n_) return (void)Fail(Error::kUnmatchedOpen, number);
+    if (At(i_) != '}') return (void)Fail(Error::kBadSpec, number);
     ++i_;
     used_[arg] = true;
     Convert(spec, arg, number);
@@ -430,30 +432,30 @@ class Translator {
     std::uint32_t c = At(i_);
     if (c >= 0x80) {  // a fill of another character than the blank
       std::size_t k = i_;
-      if (DecodeUtf8(f_, n_, k) >= 0 && isAlign(At(k))) return Fail(Error::kFill, number, -1), false;
+      if (DecodeUtf8(f_, n_, k) >= 0 && isAlign(At(k))) return Fail(Error::kFill, number), false;
     } else if (c != '{' && c != '}' && isAlign(At(i_ + 1))) {
-      if (c != ' ') return Fail(Error::kFill, number, -1), false;
+      if (c != ' ') return Fail(Error::kFill, number), false;
       spec.align = static_cast<char>(At(i_ + 1));
       i_ += 2;
     } else if (isAlign(c)) {
       spec.align = static_cast<char>(c);
       ++i_;
     }
-    if (spec.align == '^') return Fail(Error::kCenter, number, -1), false;
+    if (spec.align == '^') return Fail(Error::kCenter, number), false;
     if (At(i_) == '+' || At(i_) == '-' || At(i_) == ' ') {
       spec.sign = At(i_) == '-' ? 0 : static_cast<char>(At(i_));
       ++i_;
     }
     if (At(i_) == '#') spec.alternate = true, ++i_;
     if (At(i_) == '0') spec.zero = true, ++i_;
-    if (At(i_) == '{') return Fail(Error::kDynamicSpec, number, -1), false;
-    if (IsDigit(At(i_)) && !ReadNumber(spec.width)) return Fail(Error::kBadSpec, number, -1), false;
+    if (At(i_) == '{') return Fail(Error::kDynamicSpec, number), false;
+    if (IsDigit(At(i_)) && !ReadNumber(spec.width)) return Fail(Error::kBadSpec, number), false;
     if (At(i_) == '.') {
       ++i_;
-      if (At(i_) == '{') return Fail(Error::kDynamicSpec, number, -1), false;
-      if (!ReadNumber(spec.precision)) return Fail(Error::kBadSpec, number, -1), false;
+      if (At(i_) == '{') return Fail(Error::kDynamicSpec, number), false;
+      if (!ReadNumber(spec.precision)) return Fail(Error::kBadSpec, number), false;
     }
-    if (At(i_) == '{') return Fail(Error::kDynamicSpec, number, -1), false;
+    if (At(i_) == '{') return Fail(Error::kDynamicSpec, number), false;
     std::uint32_t t = At(i_);
     if ((t | 0x20) - 'a' < 26 || t == '%') spec.type = static_cast<char>(t), ++i_;
     return true;
