@@ -8,9 +8,7 @@
 // ROAD: null, file, rolling (direct road), or queue (rolling file, queue
 // road, until StopDispatcher). The message is that of bench/compare. The
 // first 1000 lines warm the road up (file opened, buffers grown) and are not
-// in the measured function. ROAD-front writes the same message through the
-// C++ front door (zyrlog/zyrlog.hpp) with its text in UTF-8, ROAD-front16
-// with its text in UTF-16 as the contract's macro passes it.
+// in the measured function.
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -41,6 +39,10 @@ std::u16string Widen(const std::string& ascii) { return std::u16string(ascii.beg
   return failed;
 }
 
+// A ROAD that ends in "-front" (null-front, file-front, ...) writes the same
+// message through the C++ front door (zyrlog/zyrlog.hpp) with its text in
+// UTF-8; "-front16" with the text in UTF-16, as the contract's macro passes
+// it.
 enum class Door { kContract, kFront, kFront16 };
 
 // The front door counts failed calls in its handle.
@@ -74,7 +76,7 @@ int AnyLines(ZyrLogger* logger, const zyrlog::Logger& front, Door door, std::uin
 
 int main(int argc, char** argv) {
   if (argc < 3) {
-    std::fprintf(stderr, "usage: road_count null|file|rolling|queue[-front|-front16] LINES [FOLDER]\n");
+    std::fprintf(stderr, "usage: road_count null|file|rolling|queue LINES [FOLDER]\n");
     return 2;
   }
   std::string road = argv[1];
