@@ -441,14 +441,14 @@ inline void Write(const Logger& target, ZyrLogSeverity severity, L, const char16
 #define ZYRLOG_FILE (u"" __FILE__)
 #endif
 
-#define ZYRLOG_LOG(logger, severity, format, ...)                                              \
-  do {                                                                                         \
-    const ::zyrlog::Logger& zyrlogTarget_ = (logger);                                          \
-    const ::ZyrLogSeverity zyrlogSeverity_ = ::zyrlog::impl::SeverityValue(severity);        \
-    if (zyrlogTarget_.Enabled(zyrlogSeverity_))                                                \
-      ::zyrlog::impl::Write(                                                                 \
-          zyrlogTarget_, zyrlogSeverity_, [] { return ::zyrlog::impl::Literal(format); },    \
-          ZYRLOG_FILE, __LINE__ __VA_OPT__(, ) __VA_ARGS__);                                   \
+#define ZYRLOG_LOG(logger, severity, format, ...)                                             \
+  do {                                                                                        \
+    const ::zyrlog::Logger& zyrlogTarget_ = (logger);                                         \
+    const ::ZyrLogSeverity zyrlogSeverity_ = ::zyrlog::impl::SeverityValue(severity);         \
+    if (zyrlogTarget_.Enabled(zyrlogSeverity_))                                               \
+      ::zyrlog::impl::Write(                                                                  \
+          zyrlogTarget_, zyrlogSeverity_, [] { return ::zyrlog::impl::Literal(format); },     \
+          ZYRLOG_FILE, __LINE__ __VA_OPT__(, ) __VA_ARGS__);                                  \
   } while (0)
 
 #define ZYRLOG_DEBUG(logger, ...) ZYRLOG_LOG(logger, ZYR_SEVERITY_DEBUG, __VA_ARGS__)
