@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "base/posix/identity_posix.h"
-#include "base/posix/native_path.h"
+#include "base/os/identity_os.h"
+#include "base/os/native_path.h"
 #include "base/textconv.h"
 
 namespace {

@@ -5,12 +5,11 @@
 #ifndef ZYR_BASE_LOCK_H
 #define ZYR_BASE_LOCK_H
 
-#include <pthread.h>
-
 #include <atomic>
 #include <cstdint>
 
 #include "zyrlog/result.h"
+#include ZYR_PLATFORM_LAYER
 
 class ZyrBasCriticalSection {
  public:
@@ -23,11 +22,11 @@ class ZyrBasCriticalSection {
   ZyrResult Create();
   void Delete();
   bool Exists() const { return initialised_ != 0; }
-  void Enter() { pthread_mutex_lock(&mutex_); }
-  void Leave() { pthread_mutex_unlock(&mutex_); }
+  void Enter() { ZyrBasNativeLockEnter(&mutex_); }
+  void Leave() { ZyrBasNativeLockLeave(&mutex_); }
 
  private:
-  pthread_mutex_t mutex_;
+  ZyrBasNativeLock mutex_;
   std::uint8_t initialised_ = 0;
 };
 

@@ -3,7 +3,7 @@
 #include <atomic>
 #include <cstdlib>
 
-#include "base/posix/memory_posix.h"
+#include "base/os/memory_os.h"
 
 namespace {
 // -1: no failure injected. Otherwise the number of allocations left.

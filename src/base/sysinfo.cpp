@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "base/lock.h"
-#include "base/posix/native_path.h"
-#include "base/posix/sysinfo_posix.h"
+#include "base/os/native_path.h"
+#include "base/os/sysinfo_os.h"
 
 namespace {
 

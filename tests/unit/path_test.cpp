@@ -5,7 +5,7 @@
 
 #include "base/memory.h"
 #include "base/path.h"
-#include "base/posix/native_path.h"
+#include "base/os/native_path.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "base/posix/file_posix.h"
+#include "base/os/file_os.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -18,7 +18,7 @@
 
 #include "base/memory.h"
 #include "base/result.h"
-#include "base/posix/security_posix.h"
+#include "base/os/security_os.h"
 #include "base/security.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "base/posix/identity_posix.h"
+#include "base/os/identity_os.h"
 
 #include <dlfcn.h>
 

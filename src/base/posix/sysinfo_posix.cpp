@@ -1,4 +1,4 @@
-#include "base/posix/sysinfo_posix.h"
+#include "base/os/sysinfo_os.h"
 
 #include <dlfcn.h>
 #include <errno.h>

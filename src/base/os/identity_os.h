@@ -1,8 +1,8 @@
 // The platform half of computer and process identity. Texts come back in
 // the system's narrow encoding (UTF-8 here); src/base/identity.cpp makes
 // them wide.
-#ifndef ZYR_BASE_POSIX_IDENTITY_POSIX_H
-#define ZYR_BASE_POSIX_IDENTITY_POSIX_H
+#ifndef ZYR_BASE_OS_IDENTITY_OS_H
+#define ZYR_BASE_OS_IDENTITY_OS_H
 
 #include <cstddef>
 #include <cstdint>

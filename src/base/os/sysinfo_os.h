@@ -1,6 +1,6 @@
 // The platform half of system information.
-#ifndef ZYR_BASE_POSIX_SYSINFO_POSIX_H
-#define ZYR_BASE_POSIX_SYSINFO_POSIX_H
+#ifndef ZYR_BASE_OS_SYSINFO_OS_H
+#define ZYR_BASE_OS_SYSINFO_OS_H
 
 #include <cstdint>
 

@@ -4,8 +4,8 @@
 // A handle is a file descriptor here: every waitable thing (event, thread,
 // folder notification) is a descriptor that poll reports readable while the
 // object is signalled.
-#ifndef ZYR_BASE_POSIX_SYNC_POSIX_H
-#define ZYR_BASE_POSIX_SYNC_POSIX_H
+#ifndef ZYR_BASE_OS_SYNC_OS_H
+#define ZYR_BASE_OS_SYNC_OS_H
 
 #include <cstdint>
 

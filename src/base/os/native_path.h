@@ -10,17 +10,13 @@
 // valid UTF-8 sequence comes in as the lone surrogate U+DC00 + byte, and
 // such a surrogate goes out as that byte again, so every name read from a
 // directory can be given back to the kernel unchanged.
-#ifndef ZYR_BASE_POSIX_NATIVE_PATH_H
-#define ZYR_BASE_POSIX_NATIVE_PATH_H
+#ifndef ZYR_BASE_OS_NATIVE_PATH_H
+#define ZYR_BASE_OS_NATIVE_PATH_H
 
 #include <cstddef>
 
 #include "base/string.h"
 #include "zyrlog/result.h"
-
-// The separator of this platform's paths, and so the one that the path
-// algebra writes ("\\" in an NT build). Both are read everywhere.
-inline constexpr char16_t kZyrBasNativeSeparator = u'/';
 
 // ZYR_E_PATH_NOT_FOUND for a path that has no native name: empty, holding
 // a NUL, or holding a lone surrogate other than an escaped byte.

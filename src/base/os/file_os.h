@@ -1,8 +1,8 @@
 // The system calls behind base/file.h, on native (UTF-8, "/") names and
 // descriptors. Every failure comes back as a ZyrResult through
 // ZyrResultFromErrno.
-#ifndef ZYR_BASE_POSIX_FILE_POSIX_H
-#define ZYR_BASE_POSIX_FILE_POSIX_H
+#ifndef ZYR_BASE_OS_FILE_OS_H
+#define ZYR_BASE_OS_FILE_OS_H
 
 #include <cstddef>
 #include <cstdint>

@@ -1,8 +1,8 @@
 // The platform half of security: the accounts of the process, and the mode
 // bits of files, which are all that access rules can become on this
 // platform.
-#ifndef ZYR_BASE_POSIX_SECURITY_POSIX_H
-#define ZYR_BASE_POSIX_SECURITY_POSIX_H
+#ifndef ZYR_BASE_OS_SECURITY_OS_H
+#define ZYR_BASE_OS_SECURITY_OS_H
 
 #include <cstdint>
 

@@ -1,8 +1,8 @@
 // The platform half of folder change notification: one inotify descriptor
 // per watched folder. The descriptor is the waitable: poll reports it
 // readable while notifications wait to be read.
-#ifndef ZYR_BASE_POSIX_FOLDER_WATCH_POSIX_H
-#define ZYR_BASE_POSIX_FOLDER_WATCH_POSIX_H
+#ifndef ZYR_BASE_OS_FOLDER_WATCH_OS_H
+#define ZYR_BASE_OS_FOLDER_WATCH_OS_H
 
 #include "base/handle.h"
 #include "zyrlog/result.h"
