@@ -200,7 +200,7 @@ ZyrResult ZyrBasFileBase::Append(const void* buffer, std::size_t count, std::siz
 
 ZyrResult ZyrBasFileBase::SetAppendMode() {
   if (append_) return ZYR_OK;
-  ZyrResult r = ZyrBasOsSetAppendMode(handle_);
+  ZyrResult r = ZyrBasOsSetAppendMode(&handle_);
   if (ZyrSucceeded(r)) append_ = true;
   return r;
 }

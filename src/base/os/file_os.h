@@ -23,9 +23,10 @@ ZyrResult ZyrBasOsWriteAt(int handle, std::int64_t offset, const void* buffer, s
 // for appending.
 ZyrResult ZyrBasOsAppend(int handle, bool appendMode, const void* buffer, std::size_t count,
                          std::size_t* done);
-// Turns append mode on for an open descriptor: from then on a plain write
-// goes to the end of the file.
-ZyrResult ZyrBasOsSetAppendMode(int handle);
+// Turns append mode on for an open handle: from then on a plain write goes
+// to the end of the file. A layer whose handles cannot change their mode
+// puts a new handle to the same file in place of the old one.
+ZyrResult ZyrBasOsSetAppendMode(int* handle);
 // The descriptor's position; after an append, the end of the file as that
 // write left it.
 ZyrResult ZyrBasOsPosition(int handle, std::int64_t* position);

@@ -10,8 +10,9 @@
 #include "base/string.h"
 #include "zyrlog/result.h"
 
-// The value of a variable of the process environment; null when unset.
-const char* ZyrBasOsGetEnv(const char* name);
+// The value of a variable of the process environment; ZYR_I_NOT_FOUND when
+// unset.
+ZyrResult ZyrBasOsGetEnv(const char* name, ZyrBasNarrowText& out);
 // The host name; ZYR_I_NOT_FOUND when the system has none to give.
 ZyrResult ZyrBasOsHostName(ZyrBasNarrowText& out);
 // The login name of the effective user; ZYR_I_NOT_FOUND if the account has

@@ -212,9 +212,9 @@ ZyrResult ZyrBasOsAppend(int handle, bool appendMode, const void* buffer, std::s
   return ZYR_OK;
 }
 
-ZyrResult ZyrBasOsSetAppendMode(int handle) {
-  int flags = fcntl(handle, F_GETFL);
-  if (flags < 0 || fcntl(handle, F_SETFL, flags | O_APPEND) != 0) return LastError();
+ZyrResult ZyrBasOsSetAppendMode(int* handle) {
+  int flags = fcntl(*handle, F_GETFL);
+  if (flags < 0 || fcntl(*handle, F_SETFL, flags | O_APPEND) != 0) return LastError();
   return ZYR_OK;
 }
 

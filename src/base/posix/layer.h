@@ -6,12 +6,24 @@
 
 #include <pthread.h>
 
+#include <cstdlib>
+
 // The lock of a critical section: a recursive mutex. Entering and leaving
 // stay inline, since every logger and appender lock on the message road
 // goes through them.
 using ZyrBasNativeLock = pthread_mutex_t;
 inline void ZyrBasNativeLockEnter(ZyrBasNativeLock* lock) { pthread_mutex_lock(lock); }
 inline void ZyrBasNativeLockLeave(ZyrBasNativeLock* lock) { pthread_mutex_unlock(lock); }
+
+// Blocks of the C library's heap, inline: strings of the message road
+// allocate through them.
+inline void* ZyrBasNativeAlloc(std::size_t size) noexcept { return std::malloc(size); }
+inline void* ZyrBasNativeAllocZero(std::size_t size) noexcept { return std::calloc(1, size); }
+inline void ZyrBasNativeFree(void* block) noexcept { std::free(block); }
+
+// Per-thread data (base/thread_data.h): the language's thread_local, which
+// glibc gives without allocating for data without a destructor.
+#define ZYR_THREAD_DATA(Type, name) thread_local ZyrBasThreadLocalData<Type> name
 
 // The separator of this platform's paths, and so the one that the path
 // algebra writes. Both are read everywhere.
