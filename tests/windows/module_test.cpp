@@ -206,6 +206,37 @@ TEST(Module, TwoProcessesShareARollingFile) {
   EXPECT_EQ(seen["beta"].size(), static_cast<std::size_t>(kLines));
 }
 
+// With the worker running, a loaded file that changes is taken up through
+// the notification of its folder: the root's threshold follows the file.
+TEST(Module, ChangedConfigurationFileIsTakenUp) {
+  std::wstring folder = MakeTempFolder(L"monitor");
+  std::wstring config = folder + L"\\watched.cfg";
+  auto write = [&](const char* severity) {
+    std::ofstream out(std::string(config.begin(), config.end()), std::ios::binary | std::ios::trunc);
+    out << "[root]\nSeverity = " << severity << "\n";
+  };
+  write("Info");
+  SetEnvironmentVariableW(L"LOCALAPPDATA", folder.c_str());
+  Module module;
+  IZyrLog* log = nullptr;
+  ASSERT_EQ(module.get(&IID_IZyrLog, &log), ZYR_OK);
+  ZyrLogger* root = nullptr;
+  ASSERT_EQ(log->LoadConfigFile(U16(config).c_str()), ZYR_OK);
+  ASSERT_EQ(log->GetLogger(&root, u""), ZYR_OK);
+  EXPECT_EQ(root->threshold.load(), ZYR_SEVERITY_INFO);
+  ASSERT_EQ(log->StartDispatcher(), ZYR_OK);
+  Sleep(1100);  // a new last-write time, whatever the file system's resolution
+  write("Error");
+  bool taken = false;
+  for (int i = 0; i < 100 && !taken; ++i) {
+    Sleep(100);
+    taken = root->threshold.load() == ZYR_SEVERITY_ERROR;
+  }
+  log->StopDispatcher();
+  module.release(&IID_IZyrLog, log);
+  EXPECT_TRUE(taken) << "the change was not taken up within ten seconds";
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {

@@ -5,6 +5,8 @@
 #include <windows.h>
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "base/file.h"
 #include "base/file_lock.h"
@@ -106,6 +108,134 @@ TEST(NtFile, OpenFileMovesAndIsNoLongerAtItsName) {
   EXPECT_EQ(std::u16string(item->Name()), u"a.log.1");
   EXPECT_NE(item->CreationTime(), 0);
   EXPECT_EQ(e.Next(), ZYR_I_NO_MORE_ITEMS);
+}
+
+}  // namespace
+
+namespace {
+
+// The notification stands signalled once the folder changed, and a rearm
+// takes note of it.
+TEST(NtFolderWatch, SignalsAChangeOfTheFolder) {
+  std::u16string folder = TempFolder(u"watch");
+  ZyrBasFolderWatch watch;
+  ASSERT_EQ(watch.Open(folder.c_str()), ZYR_OK);
+  EXPECT_EQ(watch.Wait(0), ZYR_W_TIMEOUT);
+  std::wstring file(folder.begin(), folder.end());
+  file += L"\\new.cfg";
+  HANDLE h = CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
+  ASSERT_NE(h, INVALID_HANDLE_VALUE);
+  CloseHandle(h);
+  EXPECT_EQ(watch.Wait(5000), ZYR_OK);
+  EXPECT_EQ(watch.Rearm(), ZYR_OK);
+  EXPECT_EQ(watch.Wait(0), ZYR_W_TIMEOUT);
+  EXPECT_EQ(watch.Close(), ZYR_OK);
+}
+
+// Keys written by the system's own interface, read back through the native
+// calls under both roots of the suite's settings.
+TEST(NtRegistry, ReadsWhatTheSystemWrote) {
+  const std::wstring path = L"Software\\ZyrTest\\" + std::to_wstring(GetCurrentProcessId());
+  const std::u16string path16(path.begin(), path.end());
+  struct Root {
+    HKEY system;
+    ZyrBasRegHandle ours;
+  } roots[] = {{HKEY_CURRENT_USER, ZYR_HKEY_CURRENT_USER}, {HKEY_LOCAL_MACHINE, ZYR_HKEY_LOCAL_MACHINE}};
+  for (const Root& root : roots) {
+    HKEY key;
+    ASSERT_EQ(RegCreateKeyExW(root.system, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr),
+              ERROR_SUCCESS);
+    const wchar_t folder[] = L"C:\\Zyr\\Logs";
+    const wchar_t expand[] = L"%TEMP%\\x";
+    DWORD number = 42;
+    RegSetValueExW(key, L"Folder", 0, REG_SZ, reinterpret_cast<const BYTE*>(folder), sizeof folder);
+    RegSetValueExW(key, L"Expand", 0, REG_EXPAND_SZ, reinterpret_cast<const BYTE*>(expand), sizeof expand);
+    RegSetValueExW(key, L"Number", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number), 4);
+    RegCloseKey(key);
+
+    ZyrBasRegKey ours;
+    ASSERT_EQ(ours.SetRoot(root.ours), ZYR_OK);
+    EXPECT_EQ(ours.Open(u"Software\\ZyrTest\\no such key"), ZYR_E_KEY_NOT_FOUND);
+    ASSERT_EQ(ours.Open(path16.c_str()), ZYR_OK);
+    struct Case {
+      const char16_t* name;
+      ZyrResult result;
+      const char16_t* text;
+      std::uint32_t type;
+    } cases[] = {
+        {u"Folder", ZYR_OK, u"C:\\Zyr\\Logs", ZYR_REG_SZ},
+        {u"Expand", ZYR_OK, u"%TEMP%\\x", ZYR_REG_EXPAND_SZ},
+        {u"Number", ZYR_E_BAD_VALUE_TYPE, u"", 0},
+        {u"Missing", ZYR_E_FILE_NOT_FOUND, u"", 0},
+    };
+    for (const Case& c : cases) {
+      ZyrBasString text;
+      std::uint32_t type = 0;
+      EXPECT_EQ(ours.QueryString(c.name, text, &type), c.result);
+      if (c.result != ZYR_OK) continue;
+      EXPECT_EQ(std::u16string(text.Text()), c.text);
+      EXPECT_EQ(type, c.type);
+    }
+    ZyrBasString name;
+    ASSERT_EQ(ZyrBasRegKeyName(ours.Handle(), name), ZYR_OK);
+    const char16_t* prefix = root.ours == ZYR_HKEY_LOCAL_MACHINE ? u"\\REGISTRY\\MACHINE\\" : u"\\REGISTRY\\USER\\";
+    std::size_t n = std::char_traits<char16_t>::length(prefix);
+    EXPECT_TRUE(name.Length() > n && ZyrBasCompareNoCase(name.Text(), n, prefix, n) == 0)
+        << std::string(name.Text(), name.Text() + name.Length());
+    ours.Close();
+    RegDeleteTreeW(root.system, path.c_str());
+  }
+}
+
+// The rules of a file's DACL as the system keeps them.
+std::vector<std::pair<std::uint32_t, std::vector<BYTE>>> DaclOf(const std::u16string& path) {
+  std::wstring wide(path.begin(), path.end());
+  std::vector<std::pair<std::uint32_t, std::vector<BYTE>>> rules;
+  DWORD needed = 0;
+  GetFileSecurityW(wide.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &needed);
+  std::vector<BYTE> descriptor(needed ? needed : 1);
+  BOOL present = FALSE, defaulted = FALSE;
+  PACL dacl = nullptr;
+  if (!GetFileSecurityW(wide.c_str(), DACL_SECURITY_INFORMATION, descriptor.data(), needed, &needed) ||
+      !GetSecurityDescriptorDacl(descriptor.data(), &present, &dacl, &defaulted) || !dacl)
+    return rules;
+  for (DWORD i = 0; i < dacl->AceCount; ++i) {
+    ACCESS_ALLOWED_ACE* ace = nullptr;
+    if (!GetAce(dacl, i, reinterpret_cast<void**>(&ace)) || ace->Header.AceType != ACCESS_ALLOWED_ACE_TYPE) continue;
+    BYTE* sid = reinterpret_cast<BYTE*>(&ace->SidStart);
+    rules.push_back({ace->Mask, std::vector<BYTE>(sid, sid + GetLengthSid(sid))});
+  }
+  return rules;
+}
+
+// A log file is made with the descriptor of the security model: every
+// account may write it.
+TEST(NtSecurity, LogFileIsMadeWithTheLogDescriptor) {
+  ZyrBasSecurity model;
+  ASSERT_EQ(ZyrBasSecurityForForm(model, ZYR_SECURITY_LOG_FILE), ZYR_OK);
+  ASSERT_EQ(model.Build(), ZYR_OK);
+  std::vector<std::pair<std::uint32_t, std::vector<BYTE>>> expected;
+  for (const ZyrBasAccessRule& rule : model.Dacl()) {
+    ZyrBasSid sid{};
+    ASSERT_EQ(ZyrBasWellKnownSid(sid, rule.sidId), ZYR_OK);
+    expected.push_back({rule.accessMask, std::vector<BYTE>(sid.bytes, sid.bytes + ZyrBasSidLength(sid))});
+  }
+  std::u16string folder = TempFolder(u"security");
+
+  // Whether this system keeps a descriptor that it is given at all.
+  std::u16string probe = folder + u"\\probe";
+  std::wstring probeWide(probe.begin(), probe.end());
+  CloseHandle(CreateFileW(probeWide.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr));
+  SetFileSecurityW(probeWide.c_str(), DACL_SECURITY_INFORMATION, const_cast<std::uint8_t*>(model.Descriptor()));
+  if (DaclOf(probe) != expected)
+    GTEST_SKIP() << "this system does not keep the descriptors of files (wine 8 takes them in NtCreateFile and "
+                    "NtSetSecurityObject and answers NtQuerySecurityObject from the file's mode)";
+
+  std::u16string path = folder + u"\\secure.log";
+  ZyrBasFile file;
+  ASSERT_EQ(file.Open(path.c_str(), ZYR_FILE_CREATE_NEW, ZYR_FILE_WRITE, 7, ZYR_FILE_SHARED_BY_ALL), ZYR_OK);
+  ASSERT_EQ(file.Close(), ZYR_OK);
+  EXPECT_EQ(DaclOf(path), expected);
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ file(GLOB ZYR_WINDOWS_TESTS CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/window
 list(FILTER ZYR_WINDOWS_TESTS EXCLUDE REGEX "/module_test\\.cpp$")
 if(ZYR_WINDOWS_TESTS)
   add_executable(zyr_windows_tests ${ZYR_WINDOWS_TESTS})
-  target_link_libraries(zyr_windows_tests PRIVATE zyr_static gtest gtest_main)
+  target_link_libraries(zyr_windows_tests PRIVATE zyr_static gtest gtest_main advapi32)
   target_link_options(zyr_windows_tests PRIVATE -static)
 endif()
 
@@ -30,4 +30,4 @@ target_link_libraries(zyr_module_tests PRIVATE gtest)
 target_link_options(zyr_module_tests PRIVATE -static)
 add_dependencies(zyr_module_tests zyrloga)
 
-add_custom_target(zyr_windows_all DEPENDS zyrloga zyr_unit_tests zyr_module_tests)
+add_custom_target(zyr_windows_all DEPENDS zyrloga zyr_unit_tests zyr_windows_tests zyr_module_tests)
