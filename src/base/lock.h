@@ -22,6 +22,11 @@ class ZyrBasCriticalSection {
   ZyrResult Create();
   void Delete();
   bool Exists() const { return initialised_ != 0; }
+  // In a forked child only: the lock is made anew, free, whoever held it in
+  // the parent. A lock taken before the fork cannot simply be left in the
+  // child: its owner is a thread that does not exist there (the forking
+  // thread has a new id in the child, too).
+  void RenewAfterFork();
   void Enter() { ZyrBasNativeLockEnter(&mutex_); }
   void Leave() { ZyrBasNativeLockLeave(&mutex_); }
 

@@ -198,6 +198,15 @@ ZyrResult ZyrBasThread::Start(std::uint32_t flags) {
   return ZyrBasOsThreadResume(fresh);
 }
 
+void ZyrBasThread::ForgetAfterFork() {
+  if (os_) ZyrBasOsThreadForget(os_);
+  os_ = nullptr;
+  kind_ = kNothing;
+  handle_ = ZYR_NO_HANDLE;
+  threadId_ = kNoThreadId;
+  (void)stopEvent_.Close();
+}
+
 ZyrResult ZyrBasThread::Resume() {
   if (!os_) return ZYR_E_INVALID_HANDLE;
   return ZyrBasOsThreadResume(os_);

@@ -133,6 +133,10 @@ class ZyrBasThread : public ZyrBasWaitable {
   // the running one goes on). The stop event is created, or reset if it
   // exists, first.
   ZyrResult Start(std::uint32_t flags);
+  // In a forked child: the parent's thread does not exist here. The object
+  // lets go of it and of the stop event, which the child shares with the
+  // parent, so that the next Start makes both anew.
+  void ForgetAfterFork();
   // Lets a thread started with kStartSuspended run. ZYR_E_INVALID_HANDLE
   // when there is no thread.
   ZyrResult Resume();

@@ -1,6 +1,7 @@
 #include "engine/dispatcher.h"
 
 #include "appender/file_appender.h"
+#include "base/result.h"
 #include "base/time.h"
 #include "engine/logger.h"
 #include "records/scramble.h"
@@ -117,7 +118,19 @@ ZyrResult ZyrLogDispatcher::EnqueueLocked(ZyrLoggerNode* logger, ZyrLogEvent& ev
   // Without memory the event stays with the caller, who destroys it: lost.
   ZyrResult r = active_.Emplace(ZyrBasGrowth::HalfAgain, logger, static_cast<ZyrLogEvent&&>(event));
   if (ZyrFailed(r)) return r;
-  return queueEvent_.Set();
+  r = queueEvent_.Set();
+  if (ZyrFailed(r)) return r;
+  if (workerFailure_.load(std::memory_order_relaxed) != ZYR_OK)
+    return workerFailure_.exchange(ZYR_OK, std::memory_order_relaxed);
+  return ZYR_OK;
+}
+
+void ZyrLogDispatcher::NoteWorkerFailure(ZyrResult failure) {
+  workerFailedLines_.fetch_add(1, std::memory_order_relaxed);
+  // Append answers an appender's failure as a warning already; a failure to
+  // finish the message is made one here, so that every caller hears of
+  // the worker's trouble in one form.
+  workerFailure_.store(ZyrResultAsWarning(failure), std::memory_order_relaxed);
 }
 
 void ZyrLogDispatcher::Drain() {
@@ -128,8 +141,11 @@ void ZyrLogDispatcher::Drain() {
     batch.Swap(active_);
     active_.Swap(spare_);  // producers go on at once in the spare buffer
   }
-  for (ZyrLogQueueEntry& entry : batch)
-    if (ZyrSucceeded(ZyrLogFinishEvent(entry.event))) (void)entry.logger->Append(entry.event);
+  for (ZyrLogQueueEntry& entry : batch) {
+    ZyrResult r = ZyrLogFinishEvent(entry.event);
+    if (ZyrSucceeded(r)) r = entry.logger->Append(entry.event);
+    if (ZyrFailed(r)) NoteWorkerFailure(r);
+  }
   // The queue's memory follows its load downward by halves.
   if (batch.Count() < batch.Capacity() / 4) {
     ZyrBasArray<ZyrLogQueueEntry> smaller;
@@ -155,14 +171,25 @@ ZyrResult ZyrLogDispatcher::Run() {
     (void)set->Add(queueEvent_);
   }
   std::size_t unarmed = ArmWatchers(longSet);
+  // A folder that could not be armed (inotify used up, say) is looked at by
+  // polling, once a second on the worker's own clock, as without the
+  // worker: whether or not messages keep the wait from timing out.
+  std::uint32_t lastPoll = ZyrBasTickCount();
+  auto pollDue = [&]() -> std::uint32_t {
+    if (!unarmed) return kNoWait;
+    std::uint32_t spent = ZyrBasTickCount() - lastPoll;
+    return spent >= kChangeInterval ? 0 : kChangeInterval - spent;
+  };
+  auto poll = [&] {
+    lastPoll = ZyrBasTickCount();
+    CheckForChanges();
+    unarmed = ArmWatchers(longSet);
+  };
   for (;;) {
     ZyrBasWaitable* signalled = nullptr;
-    // A folder that could not be armed is looked at by polling, once per
-    // second, as without the worker.
-    ZyrResult r = longSet.Wait(unarmed ? kChangeInterval : kNoWait, true, &signalled);
+    ZyrResult r = longSet.Wait(pollDue(), true, &signalled);
     if (r == ZYR_W_TIMEOUT) {
-      CheckForChanges();
-      unarmed = ArmWatchers(longSet);
+      poll();
       continue;
     }
     if (ZyrFailed(r)) return EndOnFailedWait(r, longSet);
@@ -176,6 +203,7 @@ ZyrResult ZyrLogDispatcher::Run() {
       continue;
     }
     if (Serve(signalled, longSet, &unarmed)) return ZYR_OK;
+    if (pollDue() == 0) poll();
   }
 }
 
@@ -244,6 +272,11 @@ ZyrResult ZyrLogDispatcher::EndOnFailedWait(ZyrResult failure, ZyrBasWaitSet& lo
 
 ZyrResult ZyrLogDispatcher::Start() {
   ZyrBasLockGuard control(controlLock_);
+  // A forked child whose fresh event could not be made tries again here.
+  if (queueEvent_.GetKind() != ZyrBasWaitable::kOwned) {
+    ZyrResult r = queueEvent_.Create();
+    if (ZyrFailed(r)) return r;
+  }
   running_.store(1);
   ZyrResult r = worker_.Start(0);
   if (r == ZYR_E_TIMEOUT) return r;  // the worker runs already and goes on
@@ -291,4 +324,35 @@ ZyrResult ZyrLogDispatcher::WatchFolder(const char16_t* folder) {
   ZyrResult r = watchList_.Add(folder);
   newFolders_.store(true, std::memory_order_relaxed);
   return r;
+}
+
+void ZyrLogDispatcher::ForkPrepareControl() { controlLock_.Enter(); }
+void ZyrLogDispatcher::ForkPrepareQueue() { queueLock_.Enter(); }
+
+void ZyrLogDispatcher::ForkParent() {
+  queueLock_.Leave();
+  controlLock_.Leave();
+}
+
+void ZyrLogDispatcher::ForkChild() {
+  controlLock_.RenewAfterFork();
+  queueLock_.RenewAfterFork();
+  running_.store(0);
+  worker_.ForgetAfterFork();
+  workerStarted_ = 0;
+  // The parent writes these; written here too they would stand twice.
+  active_.Free();
+  spare_.Free();
+  // The event's descriptor is shared with the parent: a set here would
+  // wake the parent's worker, a reset there would swallow the child's.
+  (void)queueEvent_.Close();
+  (void)queueEvent_.Create();  // failing here, Start tries again
+  // Likewise the folder notifications: the child reads its own.
+  ZyrBasWaitSet none;
+  watchList_.ReleaseAll(none);
+  newFolders_.store(true, std::memory_order_relaxed);
+  // A thread of the parent may have been inside the tick at the fork.
+  housekeepingBusy_.store(0);
+  workerFailure_.store(ZYR_OK, std::memory_order_relaxed);
+  workerFailedLines_.store(0, std::memory_order_relaxed);
 }

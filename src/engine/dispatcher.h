@@ -71,6 +71,24 @@ class ZyrLogDispatcher {
   void SetMaxQueueSize(std::uint64_t bytes);
   ZyrResult WatchFolder(const char16_t* folder);
 
+  // Fork. ForkPrepareControl takes the control lock and ForkPrepareQueue the
+  // queue lock, each at its place in the library's lock order: the control
+  // lock before the manager's, the queue lock after the manager's and
+  // before the loggers'. ForkParent lets go of both. ForkChild leaves the
+  // child on the direct road: no worker (the parent's does not exist
+  // there), the entries inherited from the parent's queue dropped unwritten
+  // (they are the parent's to write), events and locks of its own, and the
+  // folders unarmed until the child starts a worker of its own.
+  void ForkPrepareControl();
+  void ForkPrepareQueue();
+  void ForkParent();
+  void ForkChild();
+
+  // Lines that reached no appender on the worker's road (an appender
+  // failed, or the message could not be finished), since the start of the
+  // process or of a forked child.
+  std::uint64_t WorkerFailedLines() const { return workerFailedLines_.load(std::memory_order_relaxed); }
+
   bool Running() const { return running_.load() != 0; }
   ZyrLogHousekeeper& Housekeeper() { return housekeeper_; }
   std::size_t QueuedCount();
@@ -91,6 +109,9 @@ class ZyrLogDispatcher {
   ZyrResult EnqueueLocked(ZyrLoggerNode* logger, ZyrLogEvent& event);
   ZyrResult DeliverDirect(ZyrLoggerNode* logger, ZyrLogEvent& event);
   void HousekeepingTick();
+  // A line the worker could not write: counted, and its result kept for
+  // the next caller that enqueues.
+  void NoteWorkerFailure(ZyrResult failure);
   void WriteNotice();
   // Pieces of the worker's loop.
   std::size_t ArmWatchers(ZyrBasWaitSet& longSet);
@@ -125,6 +146,12 @@ class ZyrLogDispatcher {
   // The folders of loaded configuration files; guarded by queueLock.
   ZyrLogWatchList watchList_;
   std::atomic<bool> newFolders_{false};  // set by WatchFolder, taken by the arming pass
+  // On the worker's road a caller learns nothing of the appenders at its
+  // own call; what the worker could not write is told, as a warning, to
+  // the next caller that enqueues, so that a failing log file is never
+  // silent.
+  std::atomic<ZyrResult> workerFailure_{ZYR_OK};
+  std::atomic<std::uint64_t> workerFailedLines_{0};
 };
 
 // Makes the message ready for the appenders on the delivering thread:

@@ -2,13 +2,16 @@
 // tick without the worker, by folder notification with it.
 #include <gtest/gtest.h>
 #include <fcntl.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <functional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "base/folder_watch.h"
 #include "engine/manager.h"
@@ -139,6 +142,49 @@ TEST_F(ChangeMonitorTest, TheWorkerTakesTheChangeThroughTheFolder) {
   WriteFile(cfg_, Svc("WARN"));
   EXPECT_TRUE(WaitFor([&] { return SvcAt(ZYR_SEVERITY_WARN); }));
   log_->StopDispatcher();
+}
+
+// With the folder's notification out of reach (the account's inotify
+// instances used up), the worker polls once a second on its own clock,
+// also while messages keep its wait from ever timing out. Run as a
+// throwaway account in a child, so that only that account's instances
+// are used up.
+TEST_F(ChangeMonitorTest, TheWorkerPollsWhenTheFolderCannotBeWatched) {
+  if (geteuid() != 0) GTEST_SKIP() << "skipped: needs root to use up the instances of another account";
+  ASSERT_EQ(chmod(dir_.c_str(), 0755), 0);  // the account reads the configuration
+  int ready[2], changed[2];
+  ASSERT_EQ(pipe(ready), 0);
+  ASSERT_EQ(pipe(changed), 0);
+  pid_t child = fork();
+  if (child == 0) {
+    if (setgid(65534) != 0 || setuid(65534) != 0) _exit(90);
+    std::vector<int> held;
+    for (int fd; (fd = inotify_init1(IN_CLOEXEC)) >= 0;) held.push_back(fd);
+    if (errno != EMFILE) _exit(91);
+    if (log_->StartDispatcher() != ZYR_OK) _exit(92);
+    char byte = 1;
+    if (write(ready[1], &byte, 1) != 1 || read(changed[0], &byte, 1) != 1) _exit(93);
+    auto start = std::chrono::steady_clock::now();
+    while (!SvcAt(ZYR_SEVERITY_ERROR)) {
+      if (std::chrono::steady_clock::now() - start > std::chrono::seconds(10)) _exit(1);
+      (void)svc_->LogShort(ZYR_SEVERITY_FATAL, u"m", nullptr, 0, 0, 0, 0, nullptr);
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));  // 20 lines a second
+    }
+    long ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+    printf("taken up after %ld ms while lines arrived\n", ms);
+    fflush(stdout);
+    log_->StopDispatcher();
+    _exit(ms <= 2000 ? 0 : 2);
+  }
+  char byte;
+  ASSERT_EQ(read(ready[0], &byte, 1), 1) << "the child could not set up";
+  WriteFile(cfg_, Svc("ERROR"));
+  SetWriteTime(cfg_, 1000000);
+  ASSERT_EQ(write(changed[1], &byte, 1), 1);
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0) << "1: never taken up, 2: taken up after more than 2 s, 9x: set-up";
 }
 
 TEST(FolderWatch, SignalledByAChangeUntilRearmedAndEndsWithItsFolder) {

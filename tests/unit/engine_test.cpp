@@ -1,6 +1,11 @@
 // The logger tree, the climb of an event, and the dispatcher's queue.
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <functional>
 #include <thread>
 
 #include "config/document.h"
@@ -214,4 +219,79 @@ TEST(Dispatcher, ScrambledMessageIsNeverWrittenInClear) {
   EXPECT_EQ(message.find(u"secret"), std::u16string::npos);
   EXPECT_EQ(message.size(), 1u + 12u);  // "a" + base64 of 2 + 6 bytes
   EXPECT_EQ(message[0], u'a');
+}
+
+// On the worker's road the caller learns nothing at its own call; what the
+// worker could not write comes back, once, to the next caller.
+TEST(Dispatcher, WhatTheWorkerCannotWriteIsToldToTheNextCaller) {
+  EngineFixture f;
+  ZyrLoggerNode* q = f.Logger(u"q");
+  RecordingAppender* app = f.Attach(f.Logger(u"root"), u"all");
+  app->failWith = ZYR_RESULT(0xe0010097);
+  ASSERT_EQ(f.manager->StartDispatcher(), ZYR_OK);
+  ASSERT_EQ(Say(q, u"lost"), ZYR_OK);  // accepted: nothing is known yet
+  for (int i = 0; i < 1000 && f.Dispatcher().WorkerFailedLines() == 0; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  ASSERT_EQ(f.Dispatcher().WorkerFailedLines(), 1u);
+  {
+    std::lock_guard<std::mutex> guard(app->mutex);
+    app->failWith = ZYR_OK;
+  }
+  EXPECT_EQ(Say(q, u"told"), ZYR_RESULT(0xa0010097));
+  EXPECT_EQ(Say(q, u"quiet"), ZYR_OK);
+  f.manager->StopDispatcher();
+  EXPECT_EQ(app->Lines().size(), 2u);
+}
+
+// A forked child: the parent's waiting entries are the parent's to write;
+// the child writes its own, directly or through a worker of its own, and
+// leaves the parent's worker awake.
+TEST(Dispatcher, AForkedChildWritesOnlyItsOwnLinesAndLeavesTheParentsWorker) {
+#if defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "skipped: ThreadSanitizer does not support threads started in the child of a "
+                  "process that had threads at the fork";
+#endif
+  EngineFixture f;
+  ZyrLoggerNode* q = f.Logger(u"q");
+  RecordingAppender* app = f.Attach(f.Logger(u"root"), u"all");
+  ZyrLogDispatcher& d = f.Dispatcher();
+  auto forkChild = [&](const std::function<int()>& body) {
+    d.ForkPrepareControl();
+    d.ForkPrepareQueue();
+    pid_t child = fork();
+    if (child == 0) {
+      d.ForkChild();
+      _exit(body());
+    }
+    d.ForkParent();
+    int status = -1;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  };
+  auto childWrites = [&] {
+    std::size_t before = app->Lines().size();
+    if (d.QueuedCount() != 0) return 1;
+    if (Say(q, u"child direct") != ZYR_OK || app->Lines().size() != before + 1) return 2;
+    if (f.manager->StartDispatcher() != ZYR_OK) return 3;
+    if (Say(q, u"child queued") != ZYR_OK) return 4;
+    f.manager->StopDispatcher();
+    return app->Lines().size() == before + 2 ? 0 : 5;
+  };
+
+  // Entries that wait at the fork stay the parent's.
+  d.TestQueueWithoutWorker();
+  ASSERT_EQ(Say(q, u"parent 1"), ZYR_OK);
+  ASSERT_EQ(Say(q, u"parent 2"), ZYR_OK);
+  EXPECT_EQ(forkChild(childWrites), 0);
+  f.manager->StopDispatcher();
+  ASSERT_EQ(app->Lines().size(), 2u);
+
+  // The child's start and stop of a worker do not touch the parent's.
+  ASSERT_EQ(f.manager->StartDispatcher(), ZYR_OK);
+  EXPECT_EQ(forkChild(childWrites), 0);
+  ASSERT_EQ(Say(q, u"parent 3"), ZYR_OK);
+  for (int i = 0; i < 1000 && app->Lines().size() < 3; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_EQ(app->Lines().size(), 3u) << "the parent's worker no longer wakes";
+  f.manager->StopDispatcher();
 }

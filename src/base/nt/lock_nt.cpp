@@ -19,6 +19,9 @@ ZyrResult ZyrBasCriticalSection::Create() {
   return ZYR_OK;
 }
 
+// No process of this system is forked from another: nothing to renew.
+void ZyrBasCriticalSection::RenewAfterFork() {}
+
 void ZyrBasCriticalSection::Delete() {
   if (!initialised_) return;
   RtlDeleteCriticalSection(Section(&mutex_));

@@ -140,6 +140,12 @@ bool ZyrBasOsThreadExitCode(const ZyrBasOsThread* t, ZyrResult* code) {
   return true;
 }
 
+// Only a forked child forgets a thread, and no process here is forked.
+void ZyrBasOsThreadForget(ZyrBasOsThread* t) {
+  NtClose(t->thread);
+  ZyrDelete(t);
+}
+
 void ZyrBasOsThreadRelease(ZyrBasOsThread* t) {
   std::uint32_t expected = 0;
   if (t->resumed.compare_exchange_strong(expected, 2, std::memory_order_acq_rel)) {

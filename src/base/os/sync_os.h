@@ -49,5 +49,8 @@ bool ZyrBasOsThreadExitCode(const ZyrBasOsThread* thread, ZyrResult* code);
 // The owner lets go: an ended thread is joined, a running one detached, and
 // one that was never resumed ends without running entry.
 void ZyrBasOsThreadRelease(ZyrBasOsThread* thread);
+// In a forked child: the thread of the parent does not exist here. Its
+// control block and wait handle go without a join or a detach.
+void ZyrBasOsThreadForget(ZyrBasOsThread* thread);
 
 #endif

@@ -17,6 +17,14 @@ ZyrResult ZyrBasCriticalSection::Create() {
   return ZYR_OK;
 }
 
+void ZyrBasCriticalSection::RenewAfterFork() {
+  if (!initialised_) return;
+  initialised_ = 0;
+  // The old mutex is not destroyed: destroying a held mutex is undefined,
+  // and nothing of it is needed any more.
+  (void)Create();
+}
+
 void ZyrBasCriticalSection::Delete() {
   if (!initialised_) return;
   pthread_mutex_destroy(&mutex_);  // a failure here is dropped: nothing to report it to

@@ -263,6 +263,11 @@ bool ZyrBasOsThreadExitCode(const ZyrBasOsThread* t, ZyrResult* code) {
   return true;
 }
 
+void ZyrBasOsThreadForget(ZyrBasOsThread* t) {
+  close(t->doneEvent);
+  ZyrDelete(t);
+}
+
 void ZyrBasOsThreadRelease(ZyrBasOsThread* t) {
   std::uint32_t expected = kGateClosed;
   if (t->gate.compare_exchange_strong(expected, kGateCancelled, std::memory_order_acq_rel))
