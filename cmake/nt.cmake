@@ -15,9 +15,16 @@ target_include_directories(zyr_objects PUBLIC ${PROJECT_SOURCE_DIR}/include ${PR
 target_compile_definitions(zyr_objects PUBLIC ${ZYR_LAYER_DEFINITION})
 target_compile_options(zyr_objects PRIVATE ${ZYR_NT_MODULE_FLAGS})
 
-# -nostdlib: ntdll's import library for the native calls, ntdll's C exports
-# (memcpy and its kin) for what the compiler emits, and the compiler's own
-# support library, which imports nothing (the stack probe of large frames).
+# -nostdlib: the import library of the ntdll functions that src/base/nt/ntdll.def
+# names (native calls, and memcpy and its kin for what the compiler emits),
+# and the compiler's own support library, which imports nothing (the stack
+# probe of large frames).
+find_program(ZYR_DLLTOOL NAMES x86_64-w64-mingw32-dlltool REQUIRED)
+set(ZYR_NTDLL_IMPORTS ${CMAKE_BINARY_DIR}/libzyr_ntdll.a)
+add_custom_command(OUTPUT ${ZYR_NTDLL_IMPORTS}
+  COMMAND ${ZYR_DLLTOOL} -d ${PROJECT_SOURCE_DIR}/src/base/nt/ntdll.def -D ntdll.dll -l ${ZYR_NTDLL_IMPORTS}
+  DEPENDS ${PROJECT_SOURCE_DIR}/src/base/nt/ntdll.def)
+add_custom_target(zyr_ntdll_imports DEPENDS ${ZYR_NTDLL_IMPORTS})
 add_library(zyrloga SHARED $<TARGET_OBJECTS:zyr_objects>
   ${PROJECT_SOURCE_DIR}/src/base/nt/runtime/runtime_nt.cpp
   ${PROJECT_SOURCE_DIR}/src/module/zyrloga.def)
@@ -27,7 +34,8 @@ target_compile_options(zyrloga PRIVATE ${ZYR_NT_MODULE_FLAGS})
 set_target_properties(zyrloga PROPERTIES PREFIX "" OUTPUT_NAME zyrloga IMPORT_PREFIX "lib")
 target_link_options(zyrloga PRIVATE -nostdlib -Wl,--entry,ZyrModuleEntry -Wl,--no-undefined
   -Wl,--exclude-all-symbols)
-target_link_libraries(zyrloga PRIVATE ntdll ntdllcrt gcc)
+add_dependencies(zyrloga zyr_ntdll_imports)
+target_link_libraries(zyrloga PRIVATE ${ZYR_NTDLL_IMPORTS} gcc)
 
 add_library(zyr_static STATIC $<TARGET_OBJECTS:zyr_objects>)
 target_include_directories(zyr_static PUBLIC ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
