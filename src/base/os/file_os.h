@@ -1,6 +1,6 @@
-// The system calls behind base/file.h, on native (UTF-8, "/") names and
-// descriptors. Every failure comes back as a ZyrResult through
-// ZyrResultFromErrno.
+// The system calls behind base/file.h, on native names (base/os/native_path.h)
+// and the system's handles: descriptors on Linux, NT handles, whose 32
+// significant bits fit the int. Every failure comes back as a ZyrResult.
 #ifndef ZYR_BASE_OS_FILE_OS_H
 #define ZYR_BASE_OS_FILE_OS_H
 

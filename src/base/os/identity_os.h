@@ -1,6 +1,5 @@
-// The platform half of computer and process identity. Texts come back in
-// the system's narrow encoding (UTF-8 here); src/base/identity.cpp makes
-// them wide.
+// The platform half of computer and process identity. Texts come back as
+// native text (UTF-8); src/base/identity.cpp makes them wide.
 #ifndef ZYR_BASE_OS_IDENTITY_OS_H
 #define ZYR_BASE_OS_IDENTITY_OS_H
 
