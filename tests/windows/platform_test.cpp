@@ -13,6 +13,7 @@
 #include "base/folder_watch.h"
 #include "base/registry.h"
 #include "base/security.h"
+#include "base/sysinfo.h"
 #include "base/thread_data.h"
 
 namespace {
@@ -236,6 +237,37 @@ TEST(NtSecurity, LogFileIsMadeWithTheLogDescriptor) {
   ASSERT_EQ(file.Open(path.c_str(), ZYR_FILE_CREATE_NEW, ZYR_FILE_WRITE, 7, ZYR_FILE_SHARED_BY_ALL), ZYR_OK);
   ASSERT_EQ(file.Close(), ZYR_OK);
   EXPECT_EQ(DaclOf(path), expected);
+}
+
+}  // namespace
+
+namespace {
+
+// The facts of the system as its own version call tells them, and the
+// optional functions bound by name.
+TEST(NtSystem, FactsFollowTheSystemsVersion) {
+  const ZyrBasSystemInfo& info = ZyrBasSystem();
+  ASSERT_TRUE(info.initialised.load());
+  OSVERSIONINFOEXW version{};
+  version.dwOSVersionInfoSize = sizeof version;
+  auto getVersion = reinterpret_cast<LONG(WINAPI*)(OSVERSIONINFOEXW*)>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "RtlGetVersion")));
+  ASSERT_NE(getVersion, nullptr);
+  ASSERT_EQ(getVersion(&version), 0);
+  EXPECT_EQ(info.major, version.dwMajorVersion);
+  EXPECT_EQ(info.minor, version.dwMinorVersion);
+  EXPECT_EQ(info.architectureKind, ZYR_ARCH_AMD64);
+  EXPECT_EQ(info.processWidth, ZYR_ARCH_AMD64);
+  std::u16string text(info.osText);
+  EXPECT_EQ(text.rfind(u"Microsoft(R) Windows(R)", 0), 0u);
+  std::wstring numbers = L", " + std::to_wstring(version.dwMajorVersion) + L"." +
+                        std::to_wstring(version.dwMinorVersion) + L"." + std::to_wstring(version.dwBuildNumber);
+  EXPECT_NE(text.find(std::u16string(numbers.begin(), numbers.end())), std::u16string::npos)
+      << std::string(text.begin(), text.end());
+  SYSTEM_INFO system;
+  GetSystemInfo(&system);
+  EXPECT_EQ(info.pageSize, system.dwPageSize);
+  EXPECT_EQ(info.allocationGranularity, system.dwAllocationGranularity);
 }
 
 }  // namespace

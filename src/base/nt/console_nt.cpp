@@ -1,9 +1,10 @@
-// The console through the subsystem's WriteFile, bound by name when
-// kernel32.dll is loaded already: the module never loads it. A process
+// The console through the subsystem's WriteFile, bound by name at the start
+// when kernel32.dll is loaded already: the module never loads it. A process
 // without it, or without standard handles, writes nothing and succeeds.
 #include "base/console.h"
 #include "base/lock.h"
 #include "base/nt/nt_support.h"
+#include "base/nt/nt_tables.h"
 
 namespace {
 
@@ -17,21 +18,11 @@ HANDLE StandardHandle(ZyrBasConsoleTarget target) {
   return NtField<HANDLE>(params, target == ZYR_CONSOLE_STDOUT ? 0x28 : 0x30);
 }
 
-WriteFileFn BoundWriteFile() {
-  UNICODE_STRING name = NtCountedString(u"kernel32.dll", 12);
-  HANDLE module = nullptr;
-  if (!NtSucceeded(LdrGetDllHandle(nullptr, nullptr, &name, &module))) return nullptr;
-  char procedure[] = "WriteFile";
-  ANSI_STRING ansi{9, 10, procedure};
-  void* address = nullptr;
-  if (!NtSucceeded(LdrGetProcedureAddress(module, &ansi, 0, &address))) return nullptr;
-  return reinterpret_cast<WriteFileFn>(address);
-}
 
 }  // namespace
 
 ZyrResult ZyrBasConsoleWrite(ZyrBasConsoleTarget target, const char* bytes, std::size_t count) {
-  WriteFileFn write = BoundWriteFile();
+  auto write = reinterpret_cast<WriteFileFn>(ZyrNtOptional().win32[ZYR_WIN32_WRITE_FILE]);
   HANDLE h = StandardHandle(target);
   if (!write || !h || h == reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(-1))) return ZYR_OK;
   ZyrBasSpinGuard guard(g_consoleLock);

@@ -2,22 +2,14 @@
 #ifndef ZYR_BASE_OS_SYSINFO_OS_H
 #define ZYR_BASE_OS_SYSINFO_OS_H
 
-#include <cstdint>
-
 #include "base/sysinfo.h"
 #include "zyrlog/result.h"
 
-// The kernel's names, each cut to fit 64 bytes and terminated.
-struct ZyrBasOsKernelNames {
-  char sysname[65];
-  char release[65];
-  char version[65];
-  char machine[65];
-};
-ZyrResult ZyrBasOsKernelNamesGet(ZyrBasOsKernelNames* out);
-std::uint64_t ZyrBasOsPageSizeBytes();
-std::uint64_t ZyrBasOsProcessorMask();
-// A function of the C library by name; null when it has none.
-void* ZyrBasOsFindFunction(const char* name);
+// Fills every fact but `initialised`, which the caller sets last, and the
+// table of optional functions: on Linux from the kernel's names and the C
+// library; on NT from the shared user data page, the PEB and the system's
+// version, and the optional functions of ntdll, which the NT layer keeps
+// in a table of its own (the C library's slots stay null there).
+ZyrResult ZyrBasOsSystemFacts(ZyrBasSystemInfo& info, ZyrBasOptionalFunctions& optional);
 
 #endif
