@@ -10,6 +10,7 @@
 
 #include "base/file.h"
 #include "base/file_lock.h"
+#include "base/folders.h"
 #include "base/folder_watch.h"
 #include "base/registry.h"
 #include "base/security.h"
@@ -268,6 +269,39 @@ TEST(NtSystem, FactsFollowTheSystemsVersion) {
   GetSystemInfo(&system);
   EXPECT_EQ(info.pageSize, system.dwPageSize);
   EXPECT_EQ(info.allocationGranularity, system.dwAllocationGranularity);
+}
+
+}  // namespace
+
+namespace {
+
+std::u16string Env(const wchar_t* name) {
+  wchar_t value[MAX_PATH];
+  DWORD n = GetEnvironmentVariableW(name, value, MAX_PATH);
+  return std::u16string(value, value + (n < MAX_PATH ? n : 0));
+}
+
+// The folders of the system and of the user as the system names them.
+TEST(NtFolders, AreTheSystemsOwn) {
+  wchar_t system[MAX_PATH], windows[MAX_PATH];
+  UINT s = GetSystemDirectoryW(system, MAX_PATH);
+  UINT w = GetWindowsDirectoryW(windows, MAX_PATH);
+  struct Case {
+    std::uint32_t id;
+    std::u16string expected;
+  } cases[] = {
+      {ZYR_FOLDER_SYSTEM, std::u16string(system, system + s)},
+      {ZYR_FOLDER_WINDOWS, std::u16string(windows, windows + w)},
+      {ZYR_FOLDER_LOCAL_APPDATA, Env(L"LOCALAPPDATA")},
+      {ZYR_FOLDER_APPDATA, Env(L"APPDATA")},
+      {ZYR_FOLDER_COMMON_APPDATA, Env(L"ALLUSERSPROFILE")},
+  };
+  for (const Case& c : cases) {
+    ZyrBasString folder;
+    ASSERT_EQ(ZyrBasGetFolder(c.id, folder), ZYR_OK) << c.id;
+    EXPECT_EQ(ZyrBasCompareNoCase(folder.Text(), folder.Length(), c.expected.data(), c.expected.size()), 0)
+        << c.id << ": " << std::string(folder.Text(), folder.Text() + folder.Length());
+  }
 }
 
 }  // namespace

@@ -7,8 +7,14 @@
 ZyrResult ZyrBasOsAccountById(std::uint32_t, ZyrBasNarrowText*, ZyrBasNarrowText*) { return ZYR_I_NOT_FOUND; }
 ZyrResult ZyrBasOsAccountByName(const char*, std::uint32_t*, ZyrBasNarrowText*) { return ZYR_I_NOT_FOUND; }
 
+// By the loader's handle of ntdll.dll, which is its base address: the
+// address of one of its functions as this module knows it would be the
+// module's own import thunk.
 ZyrResult ZyrBasOsSystemLibraryPath(ZyrBasNarrowText& out) {
+  UNICODE_STRING name = NtCountedString(u"ntdll.dll", 9);
+  HANDLE ntdll = nullptr;
+  if (!NtSucceeded(LdrGetDllHandle(nullptr, nullptr, &name, &ntdll))) return ZYR_E_OBJECT_NOT_FOUND;
   void* base = nullptr;
   std::size_t size = 0;
-  return ZyrBasOsModuleAt(reinterpret_cast<const void*>(&RtlAllocateHeap), &base, &size, &out);
+  return ZyrBasOsModuleAt(ntdll, &base, &size, &out);
 }
