@@ -8,6 +8,7 @@
 #include <windows.h>
 
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <map>
 #include <set>
@@ -235,6 +236,48 @@ TEST(Module, ChangedConfigurationFileIsTakenUp) {
   log->StopDispatcher();
   module.release(&IID_IZyrLog, log);
   EXPECT_TRUE(taken) << "the change was not taken up within ten seconds";
+}
+
+// The remote entry points run as threads of their own, as another process
+// would start them, and end with their result as the thread's exit code.
+TEST(Module, RemoteEntryPointsEndTheirThreadWithTheResult) {
+  std::wstring folder = MakeTempFolder(L"remote");
+  std::wstring config = folder + L"\\remote.cfg";
+  {
+    std::ofstream out(std::string(config.begin(), config.end()), std::ios::binary);
+    out << "[root]\nSeverity = Warn\n";
+  }
+  SetEnvironmentVariableW(L"LOCALAPPDATA", folder.c_str());
+  Module module;
+  IZyrLog* log = nullptr;
+  ASSERT_EQ(module.get(&IID_IZyrLog, &log), ZYR_OK);
+  ZyrLogger* root = nullptr;
+  ASSERT_EQ(log->GetLogger(&root, u""), ZYR_OK);
+  ASSERT_EQ(root->threshold.load(), ZYR_SEVERITY_INFO);
+
+  // The blob: a 64-bit count of UTF-16 units, the units, a 32-bit mode 0.
+  std::u16string name = U16(config);
+  std::string blob(8 + 2 * name.size() + 4, '\0');
+  std::uint64_t count = name.size();
+  std::memcpy(blob.data(), &count, 8);
+  std::memcpy(blob.data() + 8, name.data(), 2 * name.size());
+  struct Entry {
+    const char* name;
+    void* argument;
+  } entries[] = {{"ZyrLogLibraryRemoteReconfigure", blob.data()}, {"ZyrLogLibraryRemoteReloadConfig", nullptr}};
+  for (const Entry& entry : entries) {
+    auto start = reinterpret_cast<LPTHREAD_START_ROUTINE>(reinterpret_cast<void*>(GetProcAddress(module.handle, entry.name)));
+    ASSERT_NE(start, nullptr) << entry.name;
+    HANDLE thread = CreateThread(nullptr, 0, start, entry.argument, 0, nullptr);
+    ASSERT_NE(thread, nullptr);
+    ASSERT_EQ(WaitForSingleObject(thread, 30000), WAIT_OBJECT_0);
+    DWORD code = 1;
+    GetExitCodeThread(thread, &code);
+    CloseHandle(thread);
+    EXPECT_EQ(code, 0u) << entry.name;
+  }
+  EXPECT_EQ(root->threshold.load(), ZYR_SEVERITY_WARN);
+  module.release(&IID_IZyrLog, log);
 }
 
 }  // namespace
