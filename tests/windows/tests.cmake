@@ -5,7 +5,8 @@ set(gtest_disable_pthreads OFF CACHE BOOL "" FORCE)
 add_subdirectory(/usr/src/googletest/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
 
 # The unit tests that need nothing of Linux: the portable rules.
-set(ZYR_WINDOWS_UNIT_TESTS cfg_document client_helper custom_layout format scramble severity
+set(ZYR_WINDOWS_UNIT_TESTS cfg_document cfg_reader client client_helper config_apply config_reference config_save
+  custom_layout format path record scramble severity
   string textconv)
 list(TRANSFORM ZYR_WINDOWS_UNIT_TESTS REPLACE "(.+)" "${PROJECT_SOURCE_DIR}/tests/unit/\\1_test.cpp")
 add_executable(zyr_unit_tests ${ZYR_WINDOWS_UNIT_TESTS})
