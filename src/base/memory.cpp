@@ -1,9 +1,9 @@
 #include "base/memory.h"
 
 #include <atomic>
-#include <cstdlib>
 
-#include "base/posix/memory_posix.h"
+#include "base/os/memory_os.h"
+#include ZYR_PLATFORM_LAYER
 
 namespace {
 // -1: no failure injected. Otherwise the number of allocations left.
@@ -41,15 +41,15 @@ void* Advised(void* block, std::size_t size) noexcept {
 
 void* ZyrBasAlloc(std::size_t size) noexcept {
   if (InjectedFailure()) return nullptr;
-  return Advised(std::malloc(size ? size : 1), size);
+  return Advised(ZyrBasNativeAlloc(size ? size : 1), size);
 }
 
 void* ZyrBasAllocZero(std::size_t size) noexcept {
   if (InjectedFailure()) return nullptr;
-  return Advised(std::calloc(1, size ? size : 1), size);
+  return Advised(ZyrBasNativeAllocZero(size ? size : 1), size);
 }
 
-void ZyrBasFree(void* block) noexcept { std::free(block); }
+void ZyrBasFree(void* block) noexcept { ZyrBasNativeFree(block); }
 
 long ZyrBasTestFailAllocationsAfter(long successes) noexcept {
   return g_allocationsLeft.exchange(successes < 0 ? -1 : successes, std::memory_order_relaxed);

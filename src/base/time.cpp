@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-#include "base/posix/time_posix.h"
+#include "base/os/time_os.h"
 
 namespace {
 

@@ -1,0 +1,19 @@
+// Blocks of the process heap, through ntdll: the module has no C library.
+#include "base/nt/nt_support.h"
+#include "base/os/memory_os.h"
+#include ZYR_PLATFORM_LAYER
+
+namespace {
+constexpr ULONG kHeapZeroMemory = 0x8;
+}
+
+void* ZyrBasNativeAlloc(std::size_t size) noexcept { return RtlAllocateHeap(NtProcessHeap(), 0, size); }
+void* ZyrBasNativeAllocZero(std::size_t size) noexcept {
+  return RtlAllocateHeap(NtProcessHeap(), kHeapZeroMemory, size);
+}
+void ZyrBasNativeFree(void* block) noexcept {
+  if (block) RtlFreeHeap(NtProcessHeap(), 0, block);
+}
+
+// The process heap takes no advice about its blocks.
+void ZyrBasOsAdviseLargeBlock(void*, std::size_t) noexcept {}
