@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "base/posix/native_path.h"
+#include "base/os/native_path.h"
 #include "base/result.h"
 
 namespace {
