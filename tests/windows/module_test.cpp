@@ -149,6 +149,11 @@ TEST(Module, WritesStandardLinesToARollingFile) {
 // Two processes append to one RollingFile at once, rolling it over as they
 // go: every line of both arrives once, whole, in one of the files.
 TEST(Module, TwoProcessesShareARollingFile) {
+  // Wine keeps no atomic append between processes: two plain programs that
+  // open one file for FILE_APPEND_DATA alone and write 3000 lines each lose
+  // some to each other there in one run of four (measured with wine 8.0).
+  if (GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version"))
+    GTEST_SKIP() << "wine does not append atomically between processes, which sharing a file needs";
   std::wstring folder = MakeTempFolder(L"shared");
   std::wstring file = folder + L"\\shared.log";
   std::wstring config = folder + L"\\shared.cfg";

@@ -19,12 +19,18 @@ ZyrResult ZyrBasTryLockFile(ZyrBasFileBase& file, bool exclusive) {
   if (ZyrFailed(refusal)) return refusal;
   std::int64_t offset = 0, length = kWholeLength;
   IO_STATUS_BLOCK io{};
-  NTSTATUS s = NtLockFile(NtHandle(file.NativeHandle()), nullptr, nullptr, nullptr, &io, &offset, &length, 0, 1,
-                          exclusive ? 1 : 0);
+  HANDLE handle = NtHandle(file.NativeHandle());
+  NTSTATUS s = NtLockFile(handle, nullptr, nullptr, nullptr, &io, &offset, &length, nullptr, 1, exclusive ? 1 : 0);
+  // Wine 8 answers STATUS_NOT_IMPLEMENTED to a call with a status block,
+  // which the system itself requires, and locks for real without one. The
+  // system never gives that answer, so the second call is wine's alone;
+  // without it, processes sharing a rolling file under wine would roll it
+  // over together and lose lines.
+  if (s == STATUS_NOT_IMPLEMENTED)
+    s = NtLockFile(handle, nullptr, nullptr, nullptr, nullptr, &offset, &length, nullptr, 1, exclusive ? 1 : 0);
   if (s == STATUS_LOCK_NOT_GRANTED) return ZYR_W_TIMEOUT;
-  // No lock of this kind here. Among such systems is wine 8, whose
-  // NtLockFile answers STATUS_NOT_IMPLEMENTED to any call with a status
-  // block, which every real caller passes.
+  // No lock of this kind here (a share without locks): the caller goes on
+  // without one.
   if (s == STATUS_NOT_SUPPORTED || s == STATUS_INVALID_DEVICE_REQUEST || s == STATUS_NOT_IMPLEMENTED)
     return ZYR_E_NOT_SUPPORTED;
   return NtResult(s);
@@ -34,7 +40,7 @@ ZyrResult ZyrBasUnlockFile(ZyrBasFileBase& file) {
   if (file.NativeHandle() == -1) return ZYR_E_INVALID_HANDLE;
   std::int64_t offset = 0, length = kWholeLength;
   IO_STATUS_BLOCK io{};
-  NTSTATUS s = NtUnlockFile(NtHandle(file.NativeHandle()), &io, &offset, &length, 0);
+  NTSTATUS s = NtUnlockFile(NtHandle(file.NativeHandle()), &io, &offset, &length, nullptr);
   // Unlocking what is not locked is no fault.
   if (s == static_cast<NTSTATUS>(0xC000007Eu)) return ZYR_OK;  // STATUS_RANGE_NOT_LOCKED
   return NtResult(s);

@@ -291,8 +291,8 @@ NTSTATUS __stdcall NtNotifyChangeDirectoryFile(HANDLE, HANDLE event, PIO_APC_ROU
                                                void* buffer, ULONG length, ULONG filter, BOOLEAN watchTree);
 NTSTATUS __stdcall NtCancelIoFile(HANDLE, IO_STATUS_BLOCK*);
 NTSTATUS __stdcall NtLockFile(HANDLE, HANDLE event, PIO_APC_ROUTINE, void*, IO_STATUS_BLOCK*, std::int64_t* offset,
-                              std::int64_t* length, ULONG key, BOOLEAN failImmediately, BOOLEAN exclusive);
-NTSTATUS __stdcall NtUnlockFile(HANDLE, IO_STATUS_BLOCK*, std::int64_t* offset, std::int64_t* length, ULONG key);
+                              std::int64_t* length, ULONG* key, BOOLEAN failImmediately, BOOLEAN exclusive);
+NTSTATUS __stdcall NtUnlockFile(HANDLE, IO_STATUS_BLOCK*, std::int64_t* offset, std::int64_t* length, ULONG* key);
 NTSTATUS __stdcall NtFsControlFile(HANDLE, HANDLE event, PIO_APC_ROUTINE, void*, IO_STATUS_BLOCK*, ULONG code,
                                    void* in, ULONG inLength, void* out, ULONG outLength);
 NTSTATUS __stdcall NtCreateSection(HANDLE*, ACCESS_MASK, OBJECT_ATTRIBUTES*, std::int64_t* maximumSize, ULONG protection,
