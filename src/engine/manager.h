@@ -23,11 +23,11 @@ struct ZyrLogEvent;
 class ZyrLogDispatcher;
 class ZyrTextStream;
 
-// The part of the manager that loggers know.
-class ZyrLogHierarchy {
+// The part of the manager that loggers know, and appenders as their owner.
+class ZyrLogHierarchy : public ZyrLogAppenderOwner {
  public:
   virtual ZyrResult Dispatch(ZyrLoggerNode* logger, ZyrLogEvent& event);
-  virtual ZyrResult ReportRolledFile(const char16_t* path);
+  ZyrResult ReportRolledFile(const char16_t* path) override;
   virtual ZyrResult WatchFolder(const char16_t* folder);
   virtual ~ZyrLogHierarchy() = default;
 

@@ -39,7 +39,7 @@ const std::string kMark = "\xef\xbb\xbf";
 const std::string kTorn = " [torn line]";
 
 // Records the rolled files that an appender reports.
-struct RecordingOwner : ZyrLogHierarchy {
+struct RecordingOwner : ZyrLogAppenderOwner {
   ZyrResult ReportRolledFile(const char16_t* path) override {
     reported.emplace_back(path);
     return ZYR_E_NOT_IMPLEMENTED;  // as today's manager answers; must not matter
