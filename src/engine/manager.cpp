@@ -102,6 +102,14 @@ ZyrLogManager::~ZyrLogManager() {
 // The defaults, at the start and at the end of ResetConfig: the layout
 // "defaultLayout", then the built-in text applied with the default log
 // folder. A manager never comes up without a configuration.
+//
+// Nor does it fail to come up for want of a log folder: a service account
+// whose home is missing, or a folder it may not make, must still be able
+// to log where its configuration says. The built-in text is then applied
+// with the folder that could not be made (empty when no home could be
+// found, so that a relative name is read as in any configuration without
+// a log folder), and its appender answers each line with its open's
+// failure, as any unwritable FileName does.
 ZyrResult ZyrLogManager::ApplyDefaults() {
   ZyrLogLayout* layout = nullptr;
   if (layouts_.Find(u"defaultLayout", &layout) == ZYR_E_LAYOUT_NOT_FOUND) {
@@ -115,7 +123,7 @@ ZyrResult ZyrLogManager::ApplyDefaults() {
   }
   ZyrBasString logFolder;
   ZyrResult r = ZyrDefaultLogFolder(logFolder);
-  if (ZyrFailed(r)) return r;
+  if (r == ZYR_E_OUT_OF_MEMORY) return r;
   ZyrStringReader reader(kZyrBuiltInConfig);
   return LoadConfigReader(reader, logFolder);
 }
