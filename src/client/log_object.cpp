@@ -82,6 +82,11 @@ ZyrResult ZyrLogClient::UseProductFolderOn(std::atomic<ZyrLogChannel*>& slot) {
   return ZyrSetChannelFolders(slot, folder.Text(), nullptr);
 }
 
+void ZyrLogClient::FinishAtExit() {
+  // Both channels lead to the one manager.
+  if (ZyrLogChannel* channel = publicChannel_.load()) channel->manager->FinishAtExit();
+}
+
 // Public channel.
 ZyrResult ZyrLogClient::GetLogger(ZyrLogger** logger, const char16_t* name) {
   return GetLoggerOn(publicChannel_, logger, name, publicMask_, true);

@@ -84,6 +84,10 @@ class ZyrLogClient : public IZyrLogAccess, public IZyrLog {
   ZyrResult StartDispatcher() override;
   void StopDispatcher() override;
 
+  // At process exit, for an object that its client never released: see
+  // ZyrLogManager::FinishAtExit.
+  void FinishAtExit();
+
  protected:
   ~ZyrLogClient();
   // Creates the client's lock and binds both channels, public first.

@@ -89,7 +89,10 @@ ZyrLogManager::~ZyrLogManager() {
     hierarchy_.dispatcher->Drain();
     ZyrLoggerNode::CloseTree(hierarchy_.root);
   }
-  if (hierarchy_.root) hierarchy_.root->Destroy(1);
+  // The loggers outlive the manager as empty shells: a client that goes on
+  // logging through a pointer after its release (from an exit handler, say)
+  // is told ZYR_E_NOT_INITIALIZED instead of reading freed memory.
+  if (hierarchy_.root) ZyrLoggerNode::RetireTree(hierarchy_.root);
   hierarchy_.root = nullptr;
   appenders_.CloseAndDestroyAll();
   layouts_.DestroyAll();
@@ -367,5 +370,17 @@ ZyrResult ZyrLogManager::GetConfigText(ZyrBasString& text) {
   return r;
 }
 
-ZyrResult ZyrLogManager::StartDispatcher() { return hierarchy_.dispatcher->Start(); }
+ZyrResult ZyrLogManager::StartDispatcher() {
+  // A worker started now would hold lines that nobody writes once the
+  // process ends.
+  if (exiting_.load()) return ZYR_E_NOT_INITIALIZED;
+  return hierarchy_.dispatcher->Start();
+}
+
 void ZyrLogManager::StopDispatcher() { hierarchy_.dispatcher->Stop(); }
+
+void ZyrLogManager::FinishAtExit() {
+  exiting_.store(true);
+  hierarchy_.dispatcher->Stop();
+  (void)Flush();
+}

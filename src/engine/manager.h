@@ -73,9 +73,17 @@ class ZyrLogManager final {
   // loaded with the one read, and applies a file that changed. Always 0.
   ZyrResult CheckConfigChanged();
 
-  // The worker of the dispatcher.
+  // The worker of the dispatcher. Once the process has begun to exit
+  // (FinishAtExit) no worker starts again: ZYR_E_NOT_INITIALIZED.
   ZyrResult StartDispatcher();
   void StopDispatcher();
+
+  // At process exit, for a manager that clients never released: the
+  // worker stopped, everything queued written, the appenders closed with
+  // their footers. Nothing is freed: threads that still log while the
+  // process ends, and exit handlers that run later, keep valid loggers,
+  // and what they write goes directly to the files, opened again.
+  void FinishAtExit();
 
   ZyrLogHierarchy& Hierarchy() { return hierarchy_; }
   ZyrBasCriticalSection& Lock() { return lock_; }
@@ -118,6 +126,7 @@ class ZyrLogManager final {
   ZyrBasNameMap<ZyrCfgSource> sources_;  // every configuration file loaded
   std::uint8_t started_ = 0;
   std::uint8_t privateConfigLoaded_ = 0;
+  std::atomic<bool> exiting_{false};  // set by FinishAtExit
   std::atomic<std::uint64_t> changeChecks_{0};
   std::atomic<std::uint64_t> changeReads_{0};
 };

@@ -56,25 +56,37 @@ ZyrResult CreateRegistryLock() {
 ZyrResult OnFirstAttach() { return CreateRegistryLock(); }
 ZyrResult OnFirstInit() { return CreateRegistryLock(); }
 
-// Destroys every object a client forgot. The destructor of each removes it
-// from the list under the registry lock, so the list is re-read each time.
+// Set when process detach found objects that their clients never released.
+bool g_objectsKept;
+
+// Objects that a client forgot are finished, not destroyed. Process detach
+// runs inside exit(), which any thread may call while others still log,
+// and before exit handlers that may log too: freeing the loggers under
+// them crashed such processes. So each forgotten object's manager stops
+// its worker, writes out what was queued and closes its files, as the
+// manager's end would, but objects, manager and loggers stay in memory,
+// reachable from the registry's static storage; a line written after this
+// goes directly to its file. What was released before is gone already and
+// its loggers are shells (ZyrLoggerNode::RetireTree).
 void OnLastDetach() {
-  for (;;) {
-    ZyrLogObject* last = nullptr;
-    {
-      ZyrBasLockGuard guard(g_registryLock);
-      if (g_instances->Empty()) break;
-      last = g_instances->Last();
-    }
-    last->Destroy(1);
+  {
+    ZyrBasLockGuard guard(g_registryLock);
+    g_objectsKept = !g_instances->Empty();
+    for (std::size_t i = 0; i < g_instances->Count(); ++i) (*g_instances)[i]->FinishAtExit();
   }
   g_moduleFinished.store(1);
 }
 
 const ModuleHooks kHooks = {&OnFirstAttach, &OnFirstInit, nullptr, &OnLastDetach};
 
-void DeleteRegistryLock() { g_registryLock.Delete(); }
-void FreeInstanceList() { g_instances->Free(); }
+// Kept objects still use the registry lock and list when they are released
+// or destroyed late.
+void DeleteRegistryLock() {
+  if (!g_objectsKept) g_registryLock.Delete();
+}
+void FreeInstanceList() {
+  if (!g_objectsKept) g_instances->Free();
+}
 void StopBaseOnce() { ZyrBasShutdown(); }
 
 // Process attach: the static initialisers first, then the base once more,

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <new>
 
 #include "base/identity.h"
 #include "base/lock.h"
@@ -12,7 +13,10 @@ namespace {
 
 ZyrBasSpinLock g_hostLock;
 std::atomic<ZyrBasString*> g_hostName{nullptr};
-ZyrBasString g_hostStorage;
+// Raw storage, built at the first need and never destroyed: a static
+// string would be freed by the runtime at exit while threads that still
+// log read it.
+alignas(ZyrBasString) unsigned char g_hostStorage[sizeof(ZyrBasString)];
 
 // Two decimal digits at a time: the line has some twenty digits, and this
 // halves the divisions.
@@ -115,11 +119,11 @@ const ZyrBasString& ZyrLogCachedHostName() {
   ZyrBasSpinGuard guard(g_hostLock);
   name = g_hostName.load(std::memory_order_acquire);
   if (!name) {
-    ZyrBasStringRef ref(g_hostStorage);
+    name = new (g_hostStorage) ZyrBasString();
+    ZyrBasStringRef ref(*name);
     // The lookup ends in "localhost" at worst; a failure beyond that leaves
     // the field empty, for it has no road back to a caller.
-    if (ZyrFailed(ZyrBasComputerName(ref))) g_hostStorage.Clear();
-    name = &g_hostStorage;
+    if (ZyrFailed(ZyrBasComputerName(ref))) name->Clear();
     g_hostName.store(name, std::memory_order_release);
   }
   return *name;

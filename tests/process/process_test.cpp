@@ -1,0 +1,111 @@
+// A process's end and its forks: the probe runs in a fresh process each
+// time, and what it leaves on disk is checked line by line.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <regex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "../unit/test_support.h"
+
+namespace {
+
+constexpr int kWriters = 4;
+
+// Runs the probe with `args`; its exit status, or -1 when it died of a
+// signal or did not end within `seconds` (it is killed then).
+int RunProbe(const std::vector<std::string>& args, int seconds = 60) {
+  std::vector<char*> argv;
+  std::string probe = ZYR_PROCESS_PROBE;
+  argv.push_back(probe.data());
+  std::vector<std::string> copy = args;
+  for (std::string& a : copy) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  pid_t child = fork();
+  if (child == 0) {
+    execv(argv[0], argv.data());
+    _exit(127);
+  }
+  if (child < 0) return -1;
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  int status = 0;
+  while (waitpid(child, &status, WNOHANG) == 0) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      kill(child, SIGKILL);
+      waitpid(child, &status, 0);
+      ADD_FAILURE() << "the probe did not end within " << seconds << " s";
+      return -1;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  if (WIFSIGNALED(status)) ADD_FAILURE() << "the probe died of signal " << WTERMSIG(status);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// How often each "T<t> N<n> end" message stands in the text.
+std::map<std::pair<int, std::uint64_t>, int> Messages(const std::string& text) {
+  std::map<std::pair<int, std::uint64_t>, int> seen;
+  static const std::regex line("MSG:T(\\d+) N(\\d+) end\r\n");
+  for (auto it = std::sregex_iterator(text.begin(), text.end(), line); it != std::sregex_iterator(); ++it)
+    ++seen[{std::stoi((*it)[1]), std::stoull((*it)[2])}];
+  return seen;
+}
+
+// Every line that a writer's call reported accepted is in the log once.
+void ExpectAcceptedLinesOnce(const std::string& dir) {
+  std::string counters = zyrtest::ReadFile(dir + "/accepted");
+  ASSERT_EQ(counters.size(), kWriters * sizeof(std::uint64_t));
+  const auto* accepted = reinterpret_cast<const std::uint64_t*>(counters.data());
+  auto seen = Messages(zyrtest::ReadFile(dir + "/x.log"));
+  std::uint64_t missing = 0, twice = 0, total = 0;
+  for (int t = 0; t < kWriters; ++t) {
+    total += accepted[t];
+    for (std::uint64_t n = 0; n < accepted[t]; ++n) {
+      auto found = seen.find({t, n});
+      if (found == seen.end()) ++missing;
+      else if (found->second != 1) ++twice;
+    }
+  }
+  EXPECT_GT(total, 0u);
+  EXPECT_EQ(missing, 0u) << "of " << total << " accepted lines";
+  EXPECT_EQ(twice, 0u);
+}
+
+}  // namespace
+
+// The module's detach runs inside exit(), while the other threads still
+// log: it finishes the forgotten object (worker stopped, queue written,
+// files closed) and frees nothing under them.
+TEST(ProcessEnd, ExitFromAThreadWhileFourLogThroughTheWorker) {
+  const int runs = zyrtest::kSanitized ? 10 : 50;
+  for (int run = 0; run < runs; ++run) {
+    SCOPED_TRACE("run " + std::to_string(run));
+    std::string dir = zyrtest::MakeTempDir("exit");
+    ASSERT_EQ(RunProbe({"exit-from-thread", dir}), 0);
+    ExpectAcceptedLinesOnce(dir);
+    zyrtest::RemoveTree(dir);
+    if (HasFailure()) break;
+  }
+}
+
+TEST(ProcessEnd, MainReturnsWithoutReleaseWhileFourLogThroughTheWorker) {
+  std::string dir = zyrtest::MakeTempDir("return");
+  ASSERT_EQ(RunProbe({"main-returns", dir}), 0);
+  ExpectAcceptedLinesOnce(dir);
+  zyrtest::RemoveTree(dir);
+}
+
+TEST(ProcessEnd, AnExitHandlerThatLogsAfterTheReleaseIsAnswered) {
+  std::string dir = zyrtest::MakeTempDir("atexit");
+  EXPECT_EQ(RunProbe({"atexit-after-release", dir}), 0);
+  zyrtest::RemoveTree(dir);
+}
