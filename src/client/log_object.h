@@ -88,6 +88,12 @@ class ZyrLogClient : public IZyrLogAccess, public IZyrLog {
   // ZyrLogManager::FinishAtExit.
   void FinishAtExit();
 
+  // Around a fork: the channels' locks, then the client's own, taken
+  // before and given back after; made anew in the child.
+  void ForkPrepare();
+  void ForkParent();
+  void ForkChild();
+
  protected:
   ~ZyrLogClient();
   // Creates the client's lock and binds both channels, public first.

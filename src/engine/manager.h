@@ -90,6 +90,22 @@ class ZyrLogManager final {
   ZyrLogAppenderRegistry& Appenders() { return appenders_; }
   ZyrLogLayoutList& Layouts() { return layouts_; }
 
+  // Fork (base/fork.h), in the library's lock order. ForkPrepareOuter comes
+  // first of all: from then on no manager is made or taken down until the
+  // fork is over, so that none is copied half made or half gone.
+  // ForkPrepareInner takes the locks of every manager that lives, after
+  // the registry's and the channels': the dispatcher's control lock, the
+  // manager's, the queue's, the loggers' parents before children, the
+  // appenders', the housekeeper's. The parent hooks give them back in the
+  // other order; the child hooks make them anew and leave the child's
+  // dispatcher on the direct road (ZyrLogDispatcher::ForkChild).
+  static void ForkPrepareOuter();
+  static void ForkPrepareInner();
+  static void ForkParentInner();
+  static void ForkParentOuter();
+  static void ForkChildInner();
+  static void ForkChildOuter();
+
   // Counts of managers made and destroyed in this process, for tests that
   // follow the manager's life from outside.
   static std::uint64_t TestCreatedCount();
@@ -127,6 +143,11 @@ class ZyrLogManager final {
   std::uint8_t started_ = 0;
   std::uint8_t privateConfigLoaded_ = 0;
   std::atomic<bool> exiting_{false};  // set by FinishAtExit
+  ZyrLogManager* nextLive_ = nullptr;  // the list of managers that live, under the life lock
+
+  void ForkPrepare();
+  void ForkParent();
+  void ForkChild();
   std::atomic<std::uint64_t> changeChecks_{0};
   std::atomic<std::uint64_t> changeReads_{0};
 };

@@ -5,9 +5,11 @@
 #include <cstdint>
 
 #include "base/array.h"
+#include "base/fork.h"
 #include "base/lock.h"
 #include "base/startup.h"
 #include "client/log_object.h"
+#include "engine/manager.h"
 #include "zyrlog/zyrlog.h"
 
 namespace {
@@ -89,6 +91,45 @@ void FreeInstanceList() {
 }
 void StopBaseOnce() { ZyrBasShutdown(); }
 
+// ---------------------------------------------------------------------------
+// Fork. The forking thread takes every lock of the library, in its order:
+// the life lock of the managers, the registry's, each object's channels'
+// and its own, then each manager's (control, manager, queue, loggers,
+// appenders, housekeeper); the base then takes its own. So no other thread
+// holds one at the fork, nor is halfway through what one guards. The
+// parent gives them back; the child, which cannot unlock what the parent's
+// threads held (a recursive lock knows its owner), makes them anew.
+
+template <class Act>
+void ForEachListed(Act act) {
+  for (std::size_t i = 0; i < g_instances->Count(); ++i) act((*g_instances)[i]);
+}
+
+void ForkPrepare() {
+  ZyrLogManager::ForkPrepareOuter();
+  if (g_registryLock.Exists()) g_registryLock.Enter();
+  ForEachListed([](ZyrLogObject* o) { o->ForkPrepare(); });
+  ZyrLogManager::ForkPrepareInner();
+}
+
+void ForkParent() {
+  ZyrLogManager::ForkParentInner();
+  ForEachListed([](ZyrLogObject* o) { o->ForkParent(); });
+  if (g_registryLock.Exists()) g_registryLock.Leave();
+  ZyrLogManager::ForkParentOuter();
+}
+
+void ForkChild() {
+  ZyrLogManager::ForkChildInner();
+  ForEachListed([](ZyrLogObject* o) { o->ForkChild(); });
+  g_registryLock.RenewAfterFork();
+  // Only the two counters stand under the module's spin lock.
+  g_moduleLock.Release();
+  ZyrLogManager::ForkChildOuter();
+}
+
+const ZyrBasForkHooks kForkHooks = {&ForkPrepare, &ForkParent, &ForkChild};
+
 // Process attach: the static initialisers first, then the base once more,
 // the per-thread record of this thread, and the attach count.
 __attribute__((constructor)) void ZyrModuleAttach() {
@@ -102,6 +143,9 @@ __attribute__((constructor)) void ZyrModuleAttach() {
     ZyrBasShutdown();
     return;
   }
+  // A failure leaves forks unguarded, as they were before: no reason to
+  // refuse the load.
+  (void)ZyrBasSetForkHooks(&kForkHooks);
   {
     ZyrBasSpinGuard guard(g_moduleLock);
     if (kHooks.onFirstAttach && g_attachCount == 0) (void)kHooks.onFirstAttach();
