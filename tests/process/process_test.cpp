@@ -6,13 +6,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <map>
-#include <regex>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -24,8 +22,9 @@ constexpr int kWriters = 4;
 constexpr int kChildren = 100;
 
 // Runs the probe with `args`; its exit status, or -1 when it died of a
-// signal or did not end within `seconds` (it is killed then).
-int RunProbe(const std::vector<std::string>& args, int seconds = 60) {
+// signal or did not end within `seconds` (it is killed then). `leakCheck`
+// false turns LeakSanitizer off for the probe and its children.
+int RunProbe(const std::vector<std::string>& args, int seconds = 60, bool leakCheck = true) {
   std::vector<char*> argv;
   std::string probe = ZYR_PROCESS_PROBE;
   argv.push_back(probe.data());
@@ -34,20 +33,19 @@ int RunProbe(const std::vector<std::string>& args, int seconds = 60) {
   argv.push_back(nullptr);
   pid_t child = fork();
   if (child == 0) {
+    if (!leakCheck) {
+      const char* old = getenv("ASAN_OPTIONS");
+      setenv("ASAN_OPTIONS", ((old ? std::string(old) + ":" : "") + "detect_leaks=0").c_str(), 1);
+    }
     execv(argv[0], argv.data());
     _exit(127);
   }
   if (child < 0) return -1;
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  int status = 0;
-  while (waitpid(child, &status, WNOHANG) == 0) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      kill(child, SIGKILL);
-      waitpid(child, &status, 0);
-      ADD_FAILURE() << "the probe did not end within " << seconds << " s";
-      return -1;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  bool hung = false;
+  int status = zyrtest::WaitChild(child, seconds, &hung);
+  if (hung) {
+    ADD_FAILURE() << "the probe did not end within " << seconds << " s";
+    return -1;
   }
   if (WIFSIGNALED(status)) ADD_FAILURE() << "the probe died of signal " << WTERMSIG(status);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -56,9 +54,12 @@ int RunProbe(const std::vector<std::string>& args, int seconds = 60) {
 // How often each "T<t> N<n> end" message stands in the text.
 std::map<std::pair<int, std::uint64_t>, int> Messages(const std::string& text) {
   std::map<std::pair<int, std::uint64_t>, int> seen;
-  static const std::regex line("MSG:T(\\d+) N(\\d+) end\r\n");
-  for (auto it = std::sregex_iterator(text.begin(), text.end(), line); it != std::sregex_iterator(); ++it)
-    ++seen[{std::stoi((*it)[1]), std::stoull((*it)[2])}];
+  for (std::size_t at = text.find("MSG:T"); at != std::string::npos; at = text.find("MSG:T", at + 1)) {
+    int t = 0;
+    unsigned long long n = 0;
+    int end = 0;
+    if (std::sscanf(text.c_str() + at, "MSG:T%d N%llu end\r\n%n", &t, &n, &end) == 2 && end > 0) ++seen[{t, n}];
+  }
   return seen;
 }
 
@@ -130,7 +131,11 @@ TEST(ProcessFork, ChildrenOfABusyProcessWriteTheirOwnLinesOnce) {
                   "process that had threads at the fork (half of the children start a worker)";
 #endif
   std::string dir = zyrtest::MakeTempDir("fork");
-  EXPECT_EQ(RunProbe({"fork", dir}, 600), 0) << "children that did not end well";
+  // LeakSanitizer cannot look at the stacks of the parent's other threads,
+  // which do not exist in a child: at a child's exit it reports what only
+  // those stacks held (the parent's worker's wait sets), and says itself
+  // that such reports may be false. Leaks are checked by the other tests.
+  EXPECT_EQ(RunProbe({"fork", dir}, 600, false), 0) << "children that did not end well";
   std::vector<std::uint64_t> accepted = ExpectAcceptedLinesOnce(dir, 0);
   ASSERT_EQ(accepted.size(), 100u + kChildren);
   for (int i = 0; i < kChildren; ++i) EXPECT_EQ(accepted[100 + i], 50u) << "child " << i;

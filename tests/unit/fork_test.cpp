@@ -27,14 +27,9 @@ pid_t Spawn(const std::function<int()>& body) {
 
 // The child's exit status, -1 when it did not end well within 20 s.
 int Reap(pid_t child) {
-  for (int i = 0; i < 20000; ++i) {
-    int status = 0;
-    if (waitpid(child, &status, WNOHANG) == child) return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    usleep(1000);
-  }
-  kill(child, SIGKILL);
-  waitpid(child, nullptr, 0);
-  return -1;
+  bool hung = false;
+  int status = zyrtest::WaitChild(child, 20, &hung);
+  return !hung && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 class ForkTest : public zyrtest::LogObjectTest {
