@@ -11,7 +11,6 @@
 #include "base/time.h"
 #include "config/document.h"
 #include "config/number.h"
-#include "engine/manager.h"
 
 namespace {
 
@@ -161,7 +160,7 @@ ZyrResult ZyrLogRollingDateFileAppender::Roll() {
   // A failed move deletes nothing: the live file stays and is opened on.
   rollFailure_ = r;
   if (ZyrSucceeded(r)) {
-    if (ZyrLogHierarchy* owner = Owner()) (void)owner->ReportRolledFile(target.Text());
+    if (ZyrLogAppenderOwner* owner = Owner()) (void)owner->ReportRolledFile(target.Text());
   }
   return ZYR_OK;
 }

@@ -8,7 +8,6 @@
 #include "base/result.h"
 #include "config/document.h"
 #include "config/number.h"
-#include "engine/manager.h"
 
 namespace {
 
@@ -247,7 +246,7 @@ ZyrResult ZyrLogRollingFileAppender::Rotate() {
     return ZyrFailed(r) ? r : ZYR_OK;
   }
   if (!top.Empty()) (void)ZyrBasDeleteFile(top.Text(), 0);
-  if (ZyrLogHierarchy* owner = Owner()) (void)owner->ReportRolledFile(to.Text());
+  if (ZyrLogAppenderOwner* owner = Owner()) (void)owner->ReportRolledFile(to.Text());
   return ZYR_OK;
 }
 
