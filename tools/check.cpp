@@ -509,7 +509,7 @@ class Checker {
     if (r == ZYR_E_APPENDER_NOT_FOUND) return kind == Kind::kAppender ? u"AppenderType" : u"AddAppenders";
     if (r == ZYR_E_WRONG_APPENDER_TYPE) return u"AppenderType";
     if (r == ZYR_E_WRONG_LAYOUT_TYPE) return u"LayoutType";
-    if (r == ZYR_E_INVALID_ARGUMENT) return u"FilesCount";
+    if (r == ZYR_E_INVALID_ARGUMENT) return kind == Kind::kLayout ? u"Fields" : u"FilesCount";
     return u"";
   }
 

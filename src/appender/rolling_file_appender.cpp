@@ -101,7 +101,7 @@ ZyrResult ZyrLogRollingFileAppender::OpenTarget() {
   // while this one holds it open.
   r = writer_.OpenLogFile(path.Text(), true, false);
   if (ZyrFailed(r)) return r;
-  return writer_.WriteMark();
+  return writer_.WriteMark(LayoutMarksNewFile());
 }
 
 ZyrResult ZyrLogRollingFileAppender::Configure(ZyrCfgSection& section) {
