@@ -48,29 +48,6 @@ constexpr char kRevisionText[] = "0123456789abcdef0123456789abcdef01234567";
 
 using Clock = std::chrono::steady_clock;
 
-std::string Utf8(const std::u16string& s) {
-  std::string out;
-  for (std::size_t i = 0; i < s.size(); ++i) {
-    std::uint32_t c = s[i];
-    if (c >= 0xd800 && c <= 0xdbff && i + 1 < s.size()) c = 0x10000 + ((c - 0xd800) << 10) + (s[++i] - 0xdc00);
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-    } else if (c < 0x800) {
-      out += static_cast<char>(0xc0 | c >> 6);
-      out += static_cast<char>(0x80 | (c & 0x3f));
-    } else if (c < 0x10000) {
-      out += static_cast<char>(0xe0 | c >> 12);
-      out += static_cast<char>(0x80 | (c >> 6 & 0x3f));
-      out += static_cast<char>(0x80 | (c & 0x3f));
-    } else {
-      out += static_cast<char>(0xf0 | c >> 18);
-      out += static_cast<char>(0x80 | (c >> 12 & 0x3f));
-      out += static_cast<char>(0x80 | (c >> 6 & 0x3f));
-      out += static_cast<char>(0x80 | (c & 0x3f));
-    }
-  }
-  return out;
-}
 std::u16string Wide(const std::string& ascii) { return std::u16string(ascii.begin(), ascii.end()); }
 
 std::string Id(int writer, int seq) {
@@ -111,7 +88,7 @@ std::string Written(const std::u16string& message) {
   std::u16string text = message;
   for (char16_t& c : text)
     if (c == u'\n' || c == u'\r') c = 0x0b;
-  return Utf8(text);
+  return zyrtest::Utf8(text);
 }
 
 // ---------------------------------------------------------------------------

@@ -25,40 +25,6 @@ using zyrtest::Json;
 
 std::uint64_t P(const void* p) { return ZyrBasSlotFromPointer(p); }
 
-// UTF-16 to UTF-8, with a lone surrogate as the text "\uDxxx": what a
-// reader of the object must find in a string.
-std::string Expected(const std::u16string& s) {
-  std::string out;
-  for (std::size_t i = 0; i < s.size(); ++i) {
-    std::uint32_t c = s[i];
-    bool high = c >= 0xd800 && c <= 0xdbff, low = c >= 0xdc00 && c <= 0xdfff;
-    if (high && i + 1 < s.size() && s[i + 1] >= 0xdc00 && s[i + 1] <= 0xdfff) {
-      c = 0x10000 + ((c - 0xd800) << 10) + (s[++i] - 0xdc00);
-    } else if (high || low) {
-      char escape[8];
-      std::snprintf(escape, sizeof escape, "\\u%04X", c);
-      out += escape;
-      continue;
-    }
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-    } else if (c < 0x800) {
-      out += static_cast<char>(0xc0 | c >> 6);
-      out += static_cast<char>(0x80 | (c & 0x3f));
-    } else if (c < 0x10000) {
-      out += static_cast<char>(0xe0 | c >> 12);
-      out += static_cast<char>(0x80 | (c >> 6 & 0x3f));
-      out += static_cast<char>(0x80 | (c & 0x3f));
-    } else {
-      out += static_cast<char>(0xf0 | c >> 18);
-      out += static_cast<char>(0x80 | (c >> 12 & 0x3f));
-      out += static_cast<char>(0x80 | (c >> 6 & 0x3f));
-      out += static_cast<char>(0x80 | (c & 0x3f));
-    }
-  }
-  return out;
-}
-
 class JsonLayoutTest : public ::testing::Test {
  protected:
   JsonLayoutTest() {
@@ -107,7 +73,7 @@ class JsonLayoutTest : public ::testing::Test {
     }
     Json json;
     std::string error;
-    EXPECT_TRUE(zyrtest::JsonReader::Parse(Expected(text), &json, &error)) << error << "\n" << Expected(text);
+    EXPECT_TRUE(zyrtest::JsonReader::Parse(zyrtest::Utf8(text), &json, &error)) << error << "\n" << zyrtest::Utf8(text);
     EXPECT_EQ(json.kind, Json::kObject);
     return json;
   }
@@ -148,7 +114,7 @@ TEST_F(JsonLayoutTest, EveryMessageStaysOneValidObject) {
     Json line = Line(Event(c.message));
     const Json* msg = line.Get("msg");
     ASSERT_NE(msg, nullptr);
-    EXPECT_EQ(msg->text, Expected(c.message));
+    EXPECT_EQ(msg->text, zyrtest::Utf8(c.message));
     EXPECT_EQ(line.Get("args"), nullptr);  // format text: no typed values
   }
 }
@@ -169,7 +135,7 @@ TEST_F(JsonLayoutTest, DefaultFieldsNamesAndTypes) {
       {"severity", Json::kString, "WARN"},
       {"severity_number", Json::kNumber, "300000"},
       {"logger", Json::kString, "app.net"},
-      {"host", Json::kString, Expected(std::u16string(host.Text(), host.Length()))},
+      {"host", Json::kString, zyrtest::Utf8(std::u16string(host.Text(), host.Length()))},
       {"pid", Json::kNumber, "4000000000"},
       {"file", Json::kString, "src/\"net\".cpp"},
       {"line", Json::kNumber, "12"},
@@ -252,7 +218,7 @@ TEST_F(JsonLayoutTest, TypedListsGiveTypedValues) {
   EXPECT_TRUE(args.items[1].Get("bool")->boolean);
   ZyrBasString walked;  // msg is the message as composed: the walk
   ASSERT_EQ(ZyrLogWalkTypedList(walked, slots.data()), ZYR_OK);
-  EXPECT_EQ(line.Get("msg")->text, Expected(std::u16string(walked.Text(), walked.Length())));
+  EXPECT_EQ(line.Get("msg")->text, zyrtest::Utf8(std::u16string(walked.Text(), walked.Length())));
   EXPECT_EQ(Line(Typed({ZYR_TAG_END})).Get("args")->items.size(), 0u);
 }
 
@@ -262,7 +228,7 @@ TEST_F(JsonLayoutTest, AScrambledTypedListStaysTheToken) {
   ASSERT_EQ(ZyrLogScrambleEvent(e), ZYR_OK);
   Json line = Line(e);
   EXPECT_EQ(line.Get("args"), nullptr);
-  EXPECT_EQ(line.Get("msg")->text, Expected(std::u16string(e.Message.Text(), e.Message.Length())));
+  EXPECT_EQ(line.Get("msg")->text, zyrtest::Utf8(std::u16string(e.Message.Text(), e.Message.Length())));
   EXPECT_EQ(line.Get("msg")->text.find("secret"), std::string::npos);
 }
 

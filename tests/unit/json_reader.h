@@ -12,6 +12,44 @@
 
 namespace zyrtest {
 
+inline void AppendUtf8(std::string* out, std::uint32_t c) {
+  if (c < 0x80) {
+    out->push_back(static_cast<char>(c));
+  } else if (c < 0x800) {
+    out->push_back(static_cast<char>(0xc0 | c >> 6));
+    out->push_back(static_cast<char>(0x80 | (c & 0x3f)));
+  } else if (c < 0x10000) {
+    out->push_back(static_cast<char>(0xe0 | c >> 12));
+    out->push_back(static_cast<char>(0x80 | (c >> 6 & 0x3f)));
+    out->push_back(static_cast<char>(0x80 | (c & 0x3f)));
+  } else {
+    out->push_back(static_cast<char>(0xf0 | c >> 18));
+    out->push_back(static_cast<char>(0x80 | (c >> 12 & 0x3f)));
+    out->push_back(static_cast<char>(0x80 | (c >> 6 & 0x3f)));
+    out->push_back(static_cast<char>(0x80 | (c & 0x3f)));
+  }
+}
+
+// UTF-16 to UTF-8, a lone surrogate as the text "\uDxxx": what a reader of
+// a Json line finds in a string that held it.
+inline std::string Utf8(const std::u16string& s) {
+  std::string out;
+  for (std::size_t i = 0; i < s.size(); ++i) {
+    std::uint32_t c = s[i];
+    bool high = c >= 0xd800 && c <= 0xdbff, low = c >= 0xdc00 && c <= 0xdfff;
+    if (high && i + 1 < s.size() && s[i + 1] >= 0xdc00 && s[i + 1] <= 0xdfff) {
+      c = 0x10000 + ((c - 0xd800) << 10) + (s[++i] - 0xdc00);
+    } else if (high || low) {
+      static const char kHex[] = "0123456789ABCDEF";
+      out += "\\u";
+      for (int shift = 12; shift >= 0; shift -= 4) out += kHex[c >> shift & 15];
+      continue;
+    }
+    AppendUtf8(&out, c);
+  }
+  return out;
+}
+
 struct Json {
   enum Kind { kNull, kBool, kNumber, kString, kArray, kObject } kind = kNull;
   bool boolean = false;
@@ -135,23 +173,6 @@ class JsonReader {
     *out = t_.substr(start, at_ - start);
     return true;
   }
-  static void PutUtf8(std::string* out, std::uint32_t c) {
-    if (c < 0x80) {
-      out->push_back(static_cast<char>(c));
-    } else if (c < 0x800) {
-      out->push_back(static_cast<char>(0xc0 | c >> 6));
-      out->push_back(static_cast<char>(0x80 | (c & 0x3f)));
-    } else if (c < 0x10000) {
-      out->push_back(static_cast<char>(0xe0 | c >> 12));
-      out->push_back(static_cast<char>(0x80 | (c >> 6 & 0x3f)));
-      out->push_back(static_cast<char>(0x80 | (c & 0x3f)));
-    } else {
-      out->push_back(static_cast<char>(0xf0 | c >> 18));
-      out->push_back(static_cast<char>(0x80 | (c >> 12 & 0x3f)));
-      out->push_back(static_cast<char>(0x80 | (c >> 6 & 0x3f)));
-      out->push_back(static_cast<char>(0x80 | (c & 0x3f)));
-    }
-  }
   bool Hex4(std::uint32_t* value) {
     if (t_.size() - at_ < 4) return Fail("short \\u escape");
     *value = 0;
@@ -217,7 +238,7 @@ class JsonReader {
             if (low < 0xdc00 || low > 0xdfff) return Fail("lone high surrogate escape");
             code = 0x10000 + ((code - 0xd800) << 10) + (low - 0xdc00);
           }
-          PutUtf8(out, code);
+          AppendUtf8(out, code);
           break;
         }
         default: return Fail("unknown escape");
