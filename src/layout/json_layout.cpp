@@ -316,10 +316,6 @@ void Trim(const char16_t*& begin, const char16_t*& end) {
 }  // namespace
 
 ZyrResult ZyrLogJsonLayout::FormatEvent(ZyrBasString& text, const ZyrLogEvent& e) {
-  if (literals_.Empty()) {
-    ZyrResult r = SetFields(u"", 0);
-    if (ZyrFailed(r)) return r;
-  }
   // Planned: the literals, every value but a text at its longest, the
   // texts as they stand, and the braces.
   std::size_t plan = literals_.Length() + kBoundedRoom * (entries_.Count() + 1) + 2 + e.LoggerName.Length() +
@@ -495,8 +491,7 @@ ZyrResult ZyrLogJsonLayout::Configure(ZyrCfgSection& section) {
 
 ZyrResult ZyrLogJsonLayout::Save(ZyrCfgSection& section) {
   section.ClearValues();
-  ZyrResult r = literals_.Empty() ? SetFields(u"", 0) : ZYR_OK;
-  if (ZyrSucceeded(r)) r = section.SetName(Name().Text(), Name().Length());
+  ZyrResult r = section.SetName(Name().Text(), Name().Length());
   if (ZyrSucceeded(r)) r = section.AddRawValue(u"Type", u"Layout");
   if (ZyrSucceeded(r)) r = section.AddRawValue(u"LayoutType", u"Json");
   if (ZyrSucceeded(r)) r = ZyrLogSaveLayoutText(section, u"Fields", fieldsText_);
@@ -508,6 +503,15 @@ void ZyrLogJsonLayout::Destroy(std::uint32_t flags) {
   if (flags & 1) ZyrBasFree(this);
 }
 
+// Every field from the start: a layout whose first Configure failed still
+// writes whole lines, and no line ever changes the layout.
 ZyrResult ZyrLogJsonLayoutCreator::Create(ZyrLogLayout** layout, const char16_t* name) {
-  return ZyrLogMakeLayout<ZyrLogJsonLayout>(layout, name);
+  ZyrResult r = ZyrLogMakeLayout<ZyrLogJsonLayout>(layout, name);
+  if (ZyrFailed(r)) return r;
+  r = static_cast<ZyrLogJsonLayout*>(*layout)->SetFields(u"", 0);
+  if (ZyrFailed(r)) {
+    (*layout)->Destroy(1);
+    *layout = nullptr;
+  }
+  return r;
 }
