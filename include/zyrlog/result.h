@@ -42,7 +42,7 @@ inline constexpr ZyrResult ZYR_OK = 0;
   X(ZYR_E_OUT_OF_MEMORY, 0xe0010001, "an allocation failed") \
   X(ZYR_E_INVALID_ARGUMENT, 0xe0010002, "an argument or number is out of its domain (a negative count, FilesCount and DaysCount both set, ...)") \
   X(ZYR_E_TOO_MANY_WAIT_HANDLES, 0xe0010007, "a wait set holds more than 64 handles") \
-  X(ZYR_E_SIZE_TOO_LARGE, 0xe001000b, "a length does not fit the 32-bit count of a serial form") \
+  X(ZYR_E_SIZE_TOO_LARGE, 0xe001000b, "a size above its limit: a configuration file of more than 4 MiB, a remote file name of more than 32767 units, a length beyond a serial form's 32-bit count") \
   X(ZYR_E_NO_MORE_ITEMS, 0xe001000e, "an enumeration is exhausted") \
   X(ZYR_E_KEY_NOT_FOUND, 0xe0010013, "a key of the key store, or a folder entry, does not exist") \
   X(ZYR_E_BAD_VALUE_TYPE, 0xe0010014, "a value of the key store has the wrong type or malformed data") \
@@ -73,7 +73,7 @@ inline constexpr ZyrResult ZYR_OK = 0;
   X(ZYR_E_INVALID_DATA, 0xe0010045, "malformed data: an unknown ${variable}, text that is no valid UTF-8/UTF-16, a malformed record") \
   X(ZYR_E_NO_MORE_FILES, 0xe0010046, "no more files") \
   X(ZYR_E_DUPLICATE_NAME, 0xe0010047, "a duplicate name") \
-  X(ZYR_E_UNSUPPORTED_TYPE, 0xe0010048, "a path form or entry that is not served") \
+  X(ZYR_E_UNSUPPORTED_TYPE, 0xe0010048, "a path form or entry that is not served: a FIFO, socket or device where a configuration, log or lock file is wanted") \
   X(ZYR_E_BAD_LENGTH, 0xe0010049, "a length is wrong for what holds it") \
   X(ZYR_E_CORRUPT_STREAM, 0xe001004a, "a serial form is corrupt") \
   X(ZYR_E_INVALID_NAME, 0xe001004b, "the name is not valid, or too long (ENAMETOOLONG)") \
@@ -98,7 +98,8 @@ inline constexpr ZyrResult ZYR_OK = 0;
   X(ZYR_E_DISK_FULL, 0xe0010097, "no space left on the device (ENOSPC, EDQUOT)") \
   X(ZYR_E_STRING_BUFFER_FULL, 0xe0010101, "a fixed text buffer is full") \
   X(ZYR_E_END_OF_DATA, 0xe001018b, "end of file or of a serial form") \
-  X(ZYR_E_CONNECTION_REFUSED, 0xe0010190, "the connection was refused")
+  X(ZYR_E_CONNECTION_REFUSED, 0xe0010190, "the connection was refused") \
+  X(ZYR_E_UNTRUSTED_FILE, 0xe0010201, "a configuration file, or its folder, is owned by another account than root and this process's own, or may be written by group or others; it is not read")
 
 #define ZYR_RESULT_DEFINE_(name, value, meaning) inline constexpr ZyrResult name = ZYR_RESULT(value);
 ZYR_RESULT_CODES(ZYR_RESULT_DEFINE_)

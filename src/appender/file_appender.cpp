@@ -68,9 +68,11 @@ ZyrResult ZyrLogFileWriter::OpenLogFile(const char16_t* path, bool allowDelete, 
   // placed at the end by the system at the moment of its write.
   // A link at the log's name is refused (ZYR_E_INVALID_NAME): log folders
   // may be writable by every account, and a planted link would make this
-  // process append to any file it may write.
+  // process append to any file it may write. So is anything but a regular
+  // file: a FIFO would take lines until its buffer is full, then hold the
+  // writer for good.
   r = file_.Open(path, ZYR_FILE_OPEN_ALWAYS, ZYR_FILE_READ | ZYR_FILE_WRITE, share,
-                 ZYR_FILE_SHARED_BY_ALL | ZYR_FILE_NO_LINK);
+                 ZYR_FILE_SHARED_BY_ALL | ZYR_FILE_NO_LINK | ZYR_FILE_REGULAR_ONLY);
   if (ZyrFailed(r)) return r;
 
   unsigned char head[3] = {};

@@ -112,6 +112,10 @@ class ZyrLogFileBasedAppender : public ZyrLogAppender {
   // Folder tree of `path`, made if missing; the open that follows reports a
   // folder that could not be made.
   static void EnsureFolder(const ZyrBasString& path);
+  // The count of housekeeping ticks so far (about one a second).
+  static std::uint32_t HousekeepingTickNow() {
+    return housekeepingTick_.load(std::memory_order_relaxed);
+  }
   // A housekeeping tick has passed since the last comparison: one relaxed
   // read before each line, no call.
   bool TargetCheckDue() const {

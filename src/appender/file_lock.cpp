@@ -8,7 +8,8 @@ ZyrResult ZyrLogFileLock::Open(const char16_t* path) {
   ZYR_ASSERT(state_ == ZYR_LOCK_CLOSED);
   ZyrResult r = file_.Open(path, ZYR_FILE_OPEN_ALWAYS, ZYR_FILE_READ | ZYR_FILE_WRITE,
                            ZYR_FILE_SHARE_READ | ZYR_FILE_SHARE_WRITE,
-                           ZYR_FILE_ASYNCHRONOUS | ZYR_FILE_SHARED_BY_ALL | ZYR_FILE_NO_LINK);
+                           ZYR_FILE_ASYNCHRONOUS | ZYR_FILE_SHARED_BY_ALL | ZYR_FILE_NO_LINK |
+                               ZYR_FILE_REGULAR_ONLY);
   if (ZyrFailed(r)) return r;
   r = path_.Assign(path);
   if (ZyrFailed(r)) {

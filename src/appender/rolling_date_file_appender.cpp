@@ -7,6 +7,7 @@
 #include "base/array.h"
 #include "base/format.h"
 #include "base/path.h"
+#include "base/result.h"
 #include "base/time.h"
 #include "config/document.h"
 #include "config/number.h"
@@ -61,7 +62,11 @@ ZyrResult ZyrLogRollingDateFileAppender::Append(ZyrLogEvent&, const char16_t* te
     r = Open();
     if (ZyrFailed(r)) return r;
   }
-  return WriteText(text, length);
+  ZyrResult r = WriteText(text, length);
+  if (ZyrFailed(r) || ZyrSucceeded(rollFailure_)) return r;
+  r = ZyrResultAsWarning(rollFailure_);  // the line is written; the roll was not
+  rollFailure_ = ZYR_OK;
+  return r;
 }
 
 ZyrResult ZyrLogRollingDateFileAppender::OpenTarget() {
@@ -152,7 +157,8 @@ ZyrResult ZyrLogRollingDateFileAppender::Roll() {
   if (ZyrFailed(r)) return r;
   r = ZyrBasMoveFile(path.Text(), target.Text());
   (void)RemoveOldFiles();
-  // A failed move is not reported: the live file stays and is opened on.
+  // A failed move deletes nothing: the live file stays and is opened on.
+  rollFailure_ = r;
   if (ZyrSucceeded(r)) {
     if (ZyrLogAppenderOwner* owner = Owner()) (void)owner->ReportRolledFile(target.Text());
   }

@@ -39,7 +39,9 @@ class ZyrLogRollingDateFileAppender final : public ZyrLogRollingAppenderBase {
   // made fresh with the creation time of now if it is missing.
   ZyrResult PrepareAndOpen(const ZyrBasString& path);
   // Moves the closed live file to its dated name, then removes old dated
-  // files. A live file created today stays: another process rolled it.
+  // files. A live file created today stays: another process rolled it. A
+  // move that fails keeps the live file, which is opened on; the next line
+  // written then answers with the warning form of that failure.
   ZyrResult Roll();
   // The path with the date of `creationTime` (UTC) in place of its
   // extension, followed by the extension again.
@@ -59,6 +61,7 @@ class ZyrLogRollingDateFileAppender final : public ZyrLogRollingAppenderBase {
   std::uint64_t nextRollTime_ = ~0ull;  // Append rolls from this time on
   // Set while a roll closes the file: the footer belongs to the old day.
   std::uint8_t rollClosing_ = 0;
+  ZyrResult rollFailure_ = ZYR_OK;  // of the last roll, for the next line's caller
 };
 
 #endif

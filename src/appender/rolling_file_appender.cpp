@@ -5,6 +5,7 @@
 #include "appender/rolling_common.h"
 #include "base/array.h"
 #include "base/path.h"
+#include "base/result.h"
 #include "config/document.h"
 #include "config/number.h"
 
@@ -54,6 +55,49 @@ ZyrResult ExistingNumbers(const ZyrBasString& path, std::uint64_t low, std::uint
   return ZYR_OK;
 }
 
+// The renames of one rollover, each recorded before it is made, so that a
+// rollover that cannot finish puts every file back where it was: the live
+// file stays, above Size, and no rolled file is lost or overwritten. Each
+// target name was left free by the move before it, or holds no file of the
+// chain (a link, say, which goes); a folder there fails the move. A source
+// that is gone (another process that lowered FilesCount removed it) has
+// nothing to move and stops nothing.
+class RollMoves {
+ public:
+  ZyrResult Move(const ZyrBasString& from, const ZyrBasString& to) {
+    Step step;
+    ZyrResult r = step.from.Assign(from);
+    if (ZyrSucceeded(r)) r = step.to.Assign(to);
+    if (ZyrSucceeded(r)) r = done_.Append(static_cast<Step&&>(step));
+    if (ZyrFailed(r)) return r;
+    r = ZyrBasMoveFile(from.Text(), to.Text());
+    if (ZyrSucceeded(r)) return r;
+    done_.Truncate(done_.Count() - 1);
+    return r == ZYR_E_FILE_NOT_FOUND ? ZYR_I_NOT_FOUND : r;
+  }
+  // Back in reverse order. A move back that fails leaves that file under
+  // the name it was given: moved, not lost.
+  void Undo() {
+    for (std::size_t i = done_.Count(); i-- > 0;)
+      (void)ZyrBasMoveFile(done_[i].to.Text(), done_[i].from.Text());
+    done_.Clear();
+  }
+
+ private:
+  struct Step {
+    ZyrBasString from, to;
+  };
+  ZyrBasArray<Step> done_;
+};
+
+ZyrResult TempBeside(ZyrBasString& out, const ZyrBasString& path) {
+  ZyrBasString folder, temp;
+  ZyrResult r = ZyrBasPathDirectory(folder, path.Text(), path.Length());
+  if (ZyrSucceeded(r)) r = ZyrBasMakeTempName(temp);
+  if (ZyrSucceeded(r)) r = ZyrBasPathJoin(out, folder.Text(), folder.Length(), temp.Text());
+  return r;
+}
+
 }  // namespace
 
 ZyrResult ZyrLogRollingFileAppender::Append(ZyrLogEvent&, const char16_t* text, std::size_t length) {
@@ -68,6 +112,10 @@ ZyrResult ZyrLogRollingFileAppender::Append(ZyrLogEvent&, const char16_t* text, 
   r = writer_.EndAfterWrite(&currentSize_);
   if (ZyrFailed(r)) return r;
   if (currentSize_ <= size_) return ZYR_OK;
+  // After a rollover that failed, the next try waits for the housekeeping
+  // tick to move on (about a second): the lines between grow the file past
+  // Size and are not each given a close, a footer and a header.
+  if (rollFailedTick_ == HousekeepingTickNow()) return ZYR_OK;
 
   rollClosing_ = 1;
   (void)Close();
@@ -79,8 +127,8 @@ ZyrResult ZyrLogRollingFileAppender::Append(ZyrLogEvent&, const char16_t* text, 
   // and the next event opens whatever the live file then is.
   if (!locked && !ZyrLogFileLock::Unsupported(lock)) return ZYR_OK;
 
-  ZyrResult result = locked ? ZYR_OK : lock;
-  if (ZyrSucceeded(OpenTarget())) {
+  ZyrResult result = OpenTarget();
+  if (ZyrSucceeded(result)) {
     std::int64_t now = 0;
     result = writer_.Size(&now);
     (void)CloseTarget();
@@ -102,7 +150,15 @@ ZyrResult ZyrLogRollingFileAppender::Append(ZyrLogEvent&, const char16_t* text, 
     }
   }
   if (locked) fileLock_.Unlock();
-  return result;
+  if (ZyrSucceeded(result)) {
+    rollFailedTick_ = kNoFailedRoll;
+    return ZYR_OK;
+  }
+  // The line is written: a rollover that could not move the live file aside
+  // (a folder or another account's file at a rolled name, say) keeps it,
+  // and the caller hears of it as a warning, once a tick while it lasts.
+  rollFailedTick_ = HousekeepingTickNow();
+  return ZyrResultAsWarning(result);
 }
 
 ZyrResult ZyrLogRollingFileAppender::OpenTarget() {
@@ -179,32 +235,32 @@ ZyrResult ZyrLogRollingFileAppender::Rotate() {
   // every number from FilesCount down had been tried. Top down, so that no
   // file is overwritten before its own move; a gap left by an interrupted
   // rollover moves up and out at the top. A listing that fails leaves the
-  // live file where it is, above the limit, and the next line tries again.
+  // live file where it is, above the limit, and a later line tries again.
   ZyrBasArray<std::uint64_t> numbers;
   r = ExistingNumbers(path, 0, filesCount_, numbers);
   if (ZyrFailed(r)) return r;
-  ZyrBasString from, to;
+  // The number FilesCount goes aside first and is deleted only once the
+  // live file is number 1: until then every move can be undone.
+  RollMoves moves;
+  ZyrBasString from, to, top;
   for (std::uint64_t n : numbers) {
     r = RolledName(from, path, n);
-    if (ZyrFailed(r)) return r;
-    if (n == filesCount_) {
-      (void)RemoveRolled(from);
-      continue;
-    }
-    r = RolledName(to, path, n + 1);
-    if (ZyrFailed(r)) return r;
-    (void)ZyrBasMoveFile(from.Text(), to.Text());
+    if (ZyrSucceeded(r)) r = n == filesCount_ ? TempBeside(top, path) : RolledName(to, path, n + 1);
+    if (ZyrSucceeded(r)) r = moves.Move(from, n == filesCount_ ? top : to);
+    if (ZyrFailed(r)) break;
+    if (r == ZYR_I_NOT_FOUND && n == filesCount_) top.Clear();
   }
-  r = RolledName(to, path, 1);
-  if (ZyrFailed(r)) return r;
-  r = ZyrBasMoveFile(path.Text(), to.Text());
-  if (ZyrSucceeded(r)) {
-    if (ZyrLogAppenderOwner* owner = Owner()) (void)owner->ReportRolledFile(to.Text());
-    return ZYR_OK;
+  if (ZyrSucceeded(r)) r = RolledName(to, path, 1);
+  if (ZyrSucceeded(r)) r = moves.Move(path, to);
+  // The live file gone as well: a process that found no lock to take has
+  // rolled it; there is nothing left to roll.
+  if (ZyrFailed(r) || r == ZYR_I_NOT_FOUND) {
+    moves.Undo();
+    return ZyrFailed(r) ? r : ZYR_OK;
   }
-  // The size limit holds even so; the old file's lines are lost.
-  (void)ZyrBasDeleteFile(path.Text(), 0);
-  return r;
+  if (!top.Empty()) (void)ZyrBasDeleteFile(top.Text(), 0);
+  if (ZyrLogAppenderOwner* owner = Owner()) (void)owner->ReportRolledFile(to.Text());
+  return ZYR_OK;
 }
 
 ZyrResult ZyrLogRollingFileAppender::RemoveRolled(const ZyrBasString& path) {

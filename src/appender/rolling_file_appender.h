@@ -36,7 +36,10 @@ class ZyrLogRollingFileAppender final : public ZyrLogRollingAppenderBase {
   static ZyrResult RolledName(ZyrBasString& out, const ZyrBasString& fullPath, std::uint64_t index);
   // Moves the closed live file to number 1 after moving the chain up; with
   // FilesCount 0 the live file is deleted instead. Lists the folder once and
-  // moves only the numbers that exist.
+  // moves only the numbers that exist. All or nothing: when a move fails
+  // (a folder at a rolled name, another account's file there in a sticky
+  // folder), the moves made are undone, the live file stays, nothing is
+  // deleted, and that failure is the result.
   ZyrResult Rotate();
   // Renames `path` to a temporary name beside it, then deletes that, so the
   // name is free at once even where a deletion waits for open handles.
@@ -57,6 +60,10 @@ class ZyrLogRollingFileAppender final : public ZyrLogRollingAppenderBase {
   // Set while a rollover closes the old file and opens the new one: the
   // footer and the header it writes must not start a rollover of their own.
   std::uint8_t rollClosing_ = 0;
+  // The housekeeping tick in which a rollover failed; no other is tried
+  // before the tick moves on.
+  static constexpr std::uint64_t kNoFailedRoll = ~std::uint64_t{0};
+  std::uint64_t rollFailedTick_ = kNoFailedRoll;
 };
 
 #endif

@@ -226,8 +226,12 @@ class ZyrBasNameMap {
   // Inserts a new entry; ZYR_E_ALREADY_EXISTS leaves the present one.
   ZyrResult Insert(const char16_t* name, std::size_t length, V&& value) noexcept {
     if (length == ZYR_TERMINATED) length = ZyrBasStrLen(name);
-    bool found;
-    std::size_t i = Locate(name, length, &found);
+    bool found = false;
+    // Names that come in order (a map filled from a sorted list) go to the
+    // end without a search.
+    std::size_t i = entries_.Count();
+    if (i == 0 || ZyrBasCompareOrdinal(entries_[i - 1].name.Text(), entries_[i - 1].name.Length(), name, length) >= 0)
+      i = Locate(name, length, &found);
     if (found) return ZYR_E_ALREADY_EXISTS;
     Entry e{ZyrBasString(), static_cast<V&&>(value)};
     ZyrResult r = e.name.Assign(name, length);

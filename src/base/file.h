@@ -47,6 +47,17 @@ inline constexpr std::uint32_t ZYR_FILE_SHARED_BY_ALL = 0x100;
 // in folders that other accounts may write to, where a planted link would
 // otherwise make this process write wherever the link points.
 inline constexpr std::uint32_t ZYR_FILE_NO_LINK = 0x200;
+// Only a regular file: the open never waits (a FIFO or a device at the name
+// opens without blocking, and is closed again at once), and anything but a
+// regular file is refused before a byte is read or written: a folder with
+// ZYR_E_ACCESS_DENIED, a FIFO, socket or device with ZYR_E_UNSUPPORTED_TYPE.
+// For configuration, log and lock files, whose names may stand in folders
+// that other accounts write to.
+inline constexpr std::uint32_t ZYR_FILE_REGULAR_ONLY = 0x400;
+// A file that this open creates is readable by every account and writable
+// by its owner alone (mode 0644, whatever the umask): configuration that
+// processes of all accounts read and may trust.
+inline constexpr std::uint32_t ZYR_FILE_READABLE_BY_ALL = 0x800;
 
 // Attributes, in the numbers the upper layers test.
 inline constexpr std::uint32_t ZYR_ATTR_READONLY = 0x1;

@@ -45,6 +45,11 @@ struct Arguments {
 };
 
 constexpr std::int32_t kNumberLimit = 0x7fffffff;
+// The widest field, written or from a "*" slot: one conversion never asks
+// for more than 8 KiB of text, so that no width, whether a mistake or an
+// attack ("%2147483647d"), can take gigabytes of memory. A precision needs
+// no such limit: it only cuts texts, and numbers have limits of their own.
+constexpr std::int32_t kWidthLimit = 4096;
 
 std::int32_t TakeCount(Arguments& args) {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(args.Take()));
@@ -79,6 +84,7 @@ bool ParseSpec(const char16_t*& p, ZyrBasFormatSpec& spec) {
     spec.widthFromArgument = 1;
   } else {
     ReadDigits(p, spec.width);
+    if (spec.width > kWidthLimit) spec.width = kWidthLimit;
   }
   if (*p == u'.') {
     ++p;
@@ -143,7 +149,7 @@ void TakeStars(ZyrBasFormatSpec& spec, Arguments& args) {
       spec.left = 1;
       w = w == INT32_MIN ? kNumberLimit : -w;
     }
-    spec.width = w;
+    spec.width = w > kWidthLimit ? kWidthLimit : w;
   }
   if (spec.precisionFromArgument) {
     std::int32_t v = TakeCount(args);

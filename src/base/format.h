@@ -22,7 +22,8 @@
 // copied as it stands and takes no slot; "%wd" and its like print nothing
 // and take no slot. A "*" slot is given back when the conversion then takes
 // none. A negative "*" width means left alignment; a negative "*" precision
-// counts as no precision.
+// counts as no precision. A width above 4096, written or from a slot,
+// counts as 4096: no single conversion pads to more than that.
 #ifndef ZYR_BASE_FORMAT_H
 #define ZYR_BASE_FORMAT_H
 

@@ -9,7 +9,13 @@ namespace {
 // -1: no failure injected. Otherwise the number of allocations left.
 std::atomic<long> g_allocationsLeft{-1};
 
+// -1: none. Otherwise the allocations left before the one that fails.
+std::atomic<long> g_oneFailureIn{-1};
+
 bool InjectedFailure() noexcept {
+  if (g_oneFailureIn.load(std::memory_order_relaxed) >= 0 &&
+      g_oneFailureIn.fetch_sub(1, std::memory_order_relaxed) == 0)
+    return true;
   long left = g_allocationsLeft.load(std::memory_order_relaxed);
   while (left >= 0) {
     if (left == 0) return true;
@@ -45,6 +51,10 @@ void* ZyrBasAllocZero(std::size_t size) noexcept {
 
 void ZyrBasFree(void* block) noexcept { ZyrBasNativeFree(block); }
 
-void ZyrBasTestFailAllocationsAfter(long successes) noexcept {
-  g_allocationsLeft.store(successes < 0 ? -1 : successes, std::memory_order_relaxed);
+long ZyrBasTestFailAllocationsAfter(long successes) noexcept {
+  return g_allocationsLeft.exchange(successes < 0 ? -1 : successes, std::memory_order_relaxed);
+}
+
+void ZyrBasTestFailOneAllocation(long successes) noexcept {
+  g_oneFailureIn.store(successes < 0 ? -1 : successes, std::memory_order_relaxed);
 }

@@ -30,5 +30,6 @@ ZyrResult ZyrResultFromErrno(int error);
 inline ZyrResult ZyrResultAsWarning(ZyrResult r) {
   return static_cast<ZyrResult>((static_cast<std::uint32_t>(r) & 0x3fffffffu) | 0x80000000u);
 }
+inline bool ZyrResultIsWarning(ZyrResult r) { return (static_cast<std::uint32_t>(r) >> 30) == 2; }
 
 #endif

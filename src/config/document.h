@@ -24,6 +24,7 @@
 #include "zyrlog/result.h"
 
 class ZyrBasFile;
+class ZyrCfgByteFile;
 class ZyrTextStream;
 template <class T>
 class ZyrCfgWeakRef;
@@ -251,6 +252,15 @@ class ZyrCfgSection {
   ZyrBasNameMap<ZyrCfgValueRef> values;
 };
 
+// How a file is read. A file read again because it changed may be caught
+// in the middle of its saving: its last line, when no line end follows it,
+// is then a line error (ZYR_E_INVALID_DATA) and not applied, and the end of
+// the saving changes the file once more.
+enum ZyrCfgReadKind : std::uint32_t {
+  ZYR_CFG_READ_NAMED = 0,
+  ZYR_CFG_READ_CHANGED = 1,
+};
+
 // One problem found by a read: the line and what was wrong with it.
 struct ZyrCfgLineError {
   std::uint64_t line;
@@ -277,16 +287,29 @@ class ZyrCfgDocument {
   ZyrCfgSectionIterator Sections() const noexcept { return ZyrCfgSectionIterator(&sections); }
 
   // Reads configuration text line by line into this document, replacing
-  // what it held. Bad lines land in lineErrors; only running out of memory
-  // while keeping a comment fails the load.
+  // what it held. Bad lines land in lineErrors, with their number, and the
+  // reading goes on. A failure of the text itself (a read error, running
+  // out of memory anywhere) fails the load and leaves no section: a text
+  // with lines missing is never taken for the whole.
   ZyrResult Load(ZyrTextStream& stream) noexcept;
-  // Load from a file, whose encoding is told by its byte order mark.
-  ZyrResult LoadFile(const char16_t* path) noexcept;
-  // Opens a configuration file for reading as LoadFile does: a folder is
-  // refused with ZYR_E_ACCESS_DENIED, since it opens but holds no text.
+  // Load from a file, whose encoding is told by its byte order mark; `how`
+  // as for LoadOpened.
+  ZyrResult LoadFile(const char16_t* path, std::uint32_t how = ZYR_CFG_READ_NAMED) noexcept;
+  // Opens a configuration file for reading as LoadFile does: only a
+  // regular file, opened without waiting (a folder gives
+  // ZYR_E_ACCESS_DENIED, a FIFO or device ZYR_E_UNSUPPORTED_TYPE), and only
+  // one that passes the trust rule of base/trust.h (ZYR_E_UNTRUSTED_FILE).
+  // On failure the file is closed.
   static ZyrResult OpenFile(ZyrBasFile& file, const char16_t* path) noexcept;
-  // Load from a file that the caller opened (OpenFile) and closes.
-  ZyrResult LoadOpened(ZyrBasFile& file) noexcept;
+  // Load from a file that the caller opened (OpenFile) and closes, from its
+  // start, as LoadBytes does, reading at most kZyrCfgMaxFileBytes bytes.
+  ZyrResult LoadOpened(ZyrBasFile& file, std::uint32_t how = ZYR_CFG_READ_NAMED) noexcept;
+  // Load from bytes whose encoding is told by their byte order mark. A file
+  // above kZyrCfgMaxFileBytes gives ZYR_E_SIZE_TOO_LARGE. A file whose size
+  // or times differ after the read from before it changed meanwhile, and
+  // is read again from its start; after three such reads,
+  // ZYR_E_SHARING_VIOLATION. Every failure leaves no section.
+  ZyrResult LoadBytes(ZyrCfgByteFile& file, std::uint32_t how = ZYR_CFG_READ_NAMED) noexcept;
 
   // Prints the document as configuration text: sections and values in
   // their byte order, an empty line between sections, comments as comment

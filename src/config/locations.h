@@ -27,8 +27,12 @@ ZyrResult ZyrLogFolder(ZyrBasString& path, std::uint32_t flags, const char16_t* 
 // found (no home folder).
 ZyrResult ZyrDefaultLogFolder(ZyrBasString& path);
 
-// The private configuration folder: the all-users product directory's "log"
-// folder if it exists, else the folder of the library's own file.
+// The private configuration folder: the "log" folder of the all-users
+// product directory, which the key store names (ZyrAllUsersDir), if it
+// exists; else the folder of the library's own file. The environment plays
+// no part: the file there steers every process of the suite, and a file
+// that another account could have written is refused when it is read
+// (base/trust.h), as every configuration file is.
 ZyrResult ZyrPrivateConfigFolder(ZyrBasString& path);
 
 // The built-in default configuration: a root logger at INFO with one rolling

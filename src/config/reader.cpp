@@ -1,9 +1,11 @@
 #include "config/reader.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "base/memory.h"
 #include "base/file.h"
+#include "base/trust.h"
 #include "base/textconv.h"
 
 namespace {
@@ -210,9 +212,19 @@ ZyrResult ZyrFileTextStream::ReadLine(ZyrBasString* line) {
       // end of an odd-sized file. It is no text, and reading ends here.
       readPosition = dataEnd;
       if (lineBytes.Empty()) return ZYR_E_END_OF_DATA;
+      if (wholeLinesOnly) return Widened(line);
       return Decode(line);
     }
   }
+}
+
+// The line's bytes one by one as units, for a line that is no text: the
+// reader still sees where it belongs. ZYR_E_INVALID_DATA, or a lack of memory.
+ZyrResult ZyrFileTextStream::Widened(ZyrBasString* line) {
+  ZyrResult r = line->Resize(lineBytes.Count());
+  if (ZyrFailed(r)) return r;
+  for (std::size_t i = 0; i < lineBytes.Count(); ++i) line->Data()[i] = lineBytes[i];
+  return ZYR_E_INVALID_DATA;
 }
 
 ZyrResult ZyrFileTextStream::Decode(ZyrBasString* line) {
@@ -239,6 +251,7 @@ ZyrResult ZyrFileTextStream::Decode(ZyrBasString* line) {
   const char* text = reinterpret_cast<const char*>(b);
   std::size_t length = 0;
   ZyrResult r = ZyrBasMeasureWide(&length, text, page, n);
+  if (r == ZYR_E_INVALID_DATA) return Widened(line);
   if (ZyrFailed(r)) return r;
   if (length == 0) {
     line->Clear();
@@ -248,6 +261,7 @@ ZyrResult ZyrFileTextStream::Decode(ZyrBasString* line) {
   if (ZyrFailed(r)) return r;
   std::size_t written = 0;
   r = ZyrBasToWide(line->Data(), length + 1, text, page, &written, n);
+  if (r == ZYR_E_INVALID_DATA) return Widened(line);
   if (ZyrFailed(r)) return r;
   return line->Resize(written);
 }
@@ -427,6 +441,88 @@ ZyrResult ZyrCfgScanValue(const char16_t* text, std::size_t length,
 
 namespace {
 
+// The entries read for one map of the document (its sections, or the keys
+// of one section), kept in the order read and sorted once when the map is
+// complete; the first of a name wins. Inserting each into a sorted array
+// moved half of its entries for every name out of order, so a million
+// sections in random order took minutes; a tree beside it costs a cache
+// miss at every level. Sorting costs O(n log n) on one array that holds the
+// first eight units of each name, so that most comparisons touch nothing
+// else.
+template <class R>
+class StagedNames {
+ public:
+  ZyrResult Add(const R& item, std::uint64_t line) noexcept {
+    const ZyrBasString& name = item->name;
+    return entries_.Emplace(ZyrBasGrowth::Standard,
+                            Entry{{Prefix(name, 0), Prefix(name, 4)}, name.Text(), name.Length(), line, R(item)});
+  }
+
+  // Moves the entries into the empty `map` in name order. For every entry
+  // whose name came before, `repeated(line)` is called instead, in name
+  // order; its failure ends the move.
+  template <class Repeated>
+  ZyrResult MoveInto(ZyrBasNameMap<R>& map, Repeated repeated) noexcept {
+    std::sort(entries_.begin(), entries_.end(), [](const Entry& a, const Entry& b) {
+      int c = Compare(a, b);
+      return c != 0 ? c < 0 : a.line < b.line;
+    });
+    ZyrResult r = ZYR_OK;
+    const Entry* last = nullptr;
+    for (Entry& e : entries_) {
+      if (last && Compare(*last, e) == 0) {
+        r = repeated(e.line);
+      } else {
+        r = map.Insert(e.name, e.length, static_cast<R&&>(e.item));
+        last = &e;
+      }
+      if (ZyrFailed(r)) break;
+    }
+    entries_.Clear();
+    return r;
+  }
+
+  bool Empty() const noexcept { return entries_.Empty(); }
+
+ private:
+  struct Entry {
+    std::uint64_t prefix[2];
+    const char16_t* name;  // in the item, which the entry holds
+    std::size_t length;
+    std::uint64_t line;
+    R item;
+  };
+
+  // Four units from `from` as the name order sees them, byte by byte, with
+  // zeros behind a shorter name: unequal prefixes order their names.
+  static std::uint64_t Prefix(const ZyrBasString& name, std::size_t from) noexcept {
+    std::uint64_t p = 0;
+    for (std::size_t i = from; i < from + 4; ++i) {
+      char16_t u = i < name.Length() ? name.Text()[i] : 0;
+      p = p << 16 | static_cast<std::uint64_t>(u & 0xff) << 8 | static_cast<std::uint64_t>(u >> 8);
+    }
+    return p;
+  }
+
+  // By the first eight units where they differ, which settles most names
+  // without touching them; else by the whole names.
+  static int Compare(const Entry& a, const Entry& b) noexcept {
+    for (int i = 0; i < 2; ++i)
+      if (a.prefix[i] != b.prefix[i]) return a.prefix[i] < b.prefix[i] ? -1 : 1;
+    return ZyrBasCompareOrdinal(a.name, a.length, b.name, b.length);
+  }
+
+  ZyrBasArray<Entry> entries_;
+};
+
+// Out of memory ends a load with ZYR_E_OUT_OF_MEMORY, whatever it struck: a
+// document with a line missing would be applied as if it were whole.
+//
+// Repeated names are told apart when a map is complete (StagedNames): the
+// values of a section are checked when the section ends, the sections when
+// the text ends. Until then a repeated section takes its lines like any
+// other; its errors are marked with its header's line and vanish with it,
+// so that, as for any failed header, only the header's own error stands.
 class Loader {
  public:
   explicit Loader(ZyrCfgDocument& document) : doc_(document) {}
@@ -434,18 +530,34 @@ class Loader {
   ZyrResult Run(ZyrTextStream& stream) {
     ZyrBasString line;
     ZyrResult result = ZYR_OK;
-    while (ZyrSucceeded(stream.ReadLine(&line))) {
+    for (;;) {
+      ZyrResult read = stream.ReadLine(&line);
+      if (read == ZYR_E_END_OF_DATA) break;
+      // Any other failure of the text (a read error, a file too large, no
+      // memory) fails the load: what was read is not the whole text.
+      if (ZyrFailed(read) && read != ZYR_E_INVALID_DATA) {
+        result = read;
+        break;
+      }
       ++doc_.lineNumber;
-      result = Line(line.Text(), line.Length());
+      result = read == ZYR_E_INVALID_DATA ? Unreadable(line.Text(), line.Length())
+                                         : Line(line.Text(), line.Length());
       if (ZyrFailed(result)) break;
     }
+    if (ZyrSucceeded(result)) result = EndSection();
+    if (ZyrSucceeded(result))
+      result = sections_.MoveInto(doc_.sections, [this](std::uint64_t header) {
+        return repeatedSections_.Append(header);
+      });
+    if (ZyrSucceeded(result)) result = SettleErrors();
     doc_.currentSection.Reset();
     doc_.pendingComment.Clear();  // a comment that nothing followed is lost
+    if (ZyrFailed(result)) doc_.sections.Clear();
     return result;
   }
 
  private:
-  // Fails only when a comment cannot be kept.
+  // Fails only when memory runs out.
   ZyrResult Line(const char16_t* s, std::size_t n) {
     if (n == 0) {
       ++blankLines_;  // kept pending: a blank line does not detach a comment
@@ -461,30 +573,52 @@ class Loader {
       return AddComment(s, n);
     }
     if (p < n && s[p] == u'[') {
-      ZyrResult fatal = ZYR_OK;
-      ZyrResult r = Header(s, n, p, &fatal);
-      if (ZyrFailed(fatal)) return fatal;
+      ZyrResult r = EndSection();
+      if (ZyrSucceeded(r)) r = Header(s, n, p);
+      if (r == ZYR_E_OUT_OF_MEMORY) return r;
       doc_.pendingComment.Clear();
       if (ZyrSucceeded(r)) {
         headerFailed_ = false;
         blankLines_ = 0;
-      } else {
-        // Values up to the next good header go with it, silently.
-        RecordError(r);
-        doc_.currentSection.Reset();
-        headerFailed_ = true;
+        return ZYR_OK;
       }
-      return ZYR_OK;
+      return HeaderFailed(r);
     }
     if (doc_.currentSection) {
       ZyrResult r = Value(s, n);
-      if (ZyrFailed(r)) RecordError(r);
+      if (r == ZYR_E_OUT_OF_MEMORY) return r;
+      if (ZyrFailed(r) && ZyrFailed(r = RecordError(r))) return r;
     } else if (!headerFailed_) {
-      RecordError(ZYR_E_CFG_VALUE_OUTSIDE_SECTION);
+      ZyrResult r = RecordError(ZYR_E_CFG_VALUE_OUTSIDE_SECTION);
+      if (ZyrFailed(r)) return r;
     }
     doc_.pendingComment.Clear();
     blankLines_ = 0;
     return ZYR_OK;
+  }
+
+  // A line that is no text (bytes the encoding cannot convert, a last line
+  // cut short) is recorded with ZYR_E_INVALID_DATA and skipped, but as
+  // silently as any line behind a failed header. Where it stands as a
+  // section header it breaks the section as a failed header does, so that
+  // the values behind it do not land in the section before.
+  ZyrResult Unreadable(const char16_t* s, std::size_t n) {
+    std::size_t p = 0;
+    while (p < n && IsLineBlank(s[p])) ++p;
+    doc_.pendingComment.Clear();
+    if (p < n && s[p] == u'[') {
+      ZyrResult r = EndSection();
+      return ZyrFailed(r) ? r : HeaderFailed(ZYR_E_INVALID_DATA);
+    }
+    blankLines_ = 0;
+    return doc_.currentSection || !headerFailed_ ? RecordError(ZYR_E_INVALID_DATA) : ZYR_OK;
+  }
+
+  // Values up to the next good header go with a failed one, silently.
+  ZyrResult HeaderFailed(ZyrResult failure) {
+    doc_.currentSection.Reset();
+    headerFailed_ = true;
+    return RecordError(failure);
   }
 
   // Adds one comment line to the pending comment: leading blanks and one
@@ -500,27 +634,27 @@ class Loader {
     return doc_.pendingComment.Append(s + p, n - p);
   }
 
-  ZyrResult Header(const char16_t* s, std::size_t n, std::size_t p, ZyrResult* fatal) {
+  ZyrResult Header(const char16_t* s, std::size_t n, std::size_t p) {
     std::size_t close = FindChar(s, n, p + 1, u']');
     // An empty name has no place in the document; it counts as a broken header.
     if (close == ZYR_NPOS || close == p + 1) return ZYR_E_CFG_SECTION_NOT_CLOSED;
     const char16_t* name = s + p + 1;
     std::size_t nameLength = close - p - 1;
-    if (doc_.FindSection(name, nameLength)) return ZYR_E_CFG_DUPLICATE_SECTION;
     // The search starts at the bracket: a ";" inside the brackets stays in
     // the name and starts a comment as well.
     std::size_t semicolon = FindChar(s, n, p, u';');
     if (semicolon != ZYR_NPOS) {
-      *fatal = AddComment(s + semicolon, n - semicolon);
-      if (ZyrFailed(*fatal)) return *fatal;
+      ZyrResult r = AddComment(s + semicolon, n - semicolon);
+      if (ZyrFailed(r)) return r;
     }
     ZyrCfgSectionRef section;
     ZyrResult r = ZyrCfgSectionRef::Make(&section);
     if (ZyrSucceeded(r)) r = section->SetName(name, nameLength);
     if (ZyrSucceeded(r)) r = section->comment.Assign(doc_.pendingComment);
-    if (ZyrSucceeded(r)) r = doc_.AddSection(section);
+    if (ZyrSucceeded(r)) r = sections_.Add(section, doc_.lineNumber);
     if (ZyrFailed(r)) return r;
     doc_.currentSection = static_cast<ZyrCfgSectionRef&&>(section);
+    sectionLine_ = doc_.lineNumber;
     return ZYR_OK;
   }
 
@@ -530,8 +664,6 @@ class Loader {
     std::size_t first, last;
     Trim(s, equals, &first, &last);
     if (first == last) return ZYR_E_CFG_BAD_VALUE_LINE;  // a value needs a name
-    ZyrCfgSection& section = *doc_.currentSection;
-    if (section.HasValue(s + first, last - first)) return ZYR_E_CFG_DUPLICATE_VALUE;
     ZyrCfgScannedValue scanned;
     ZyrResult r = ZyrCfgScanValue(s + equals + 1, n - equals - 1, &scanned);
     if (ZyrFailed(r)) return r;
@@ -544,23 +676,93 @@ class Loader {
     value->text.Swap(scanned.text);
     value->lineComment.Swap(scanned.lineComment);
     value->items.Swap(scanned.items);
-    return section.AddValue(value);
+    return values_.Add(value, doc_.lineNumber);
   }
 
-  void RecordError(ZyrResult r) {
-    // A list that cannot grow loses the entry; the load goes on.
-    (void)doc_.lineErrors.Append(ZyrCfgLineError{doc_.lineNumber, r});
+  // The values read for the current section go into it; a repeated key is
+  // an error at its line.
+  ZyrResult EndSection() {
+    if (!doc_.currentSection) return ZYR_OK;
+    return values_.MoveInto(doc_.currentSection->values, [this](std::uint64_t line) {
+      return RecordErrorAt(line, ZYR_E_CFG_DUPLICATE_VALUE, sectionLine_);
+    });
+  }
+
+  // ZYR_E_OUT_OF_MEMORY when the list cannot grow: a problem that nobody
+  // could see afterwards would be lost without a trace.
+  ZyrResult RecordError(ZyrResult r) {
+    return RecordErrorAt(doc_.lineNumber, r, doc_.currentSection ? sectionLine_ : 0);
+  }
+  // `section`: the header line of the section the line stands in, or 0.
+  ZyrResult RecordErrorAt(std::uint64_t line, ZyrResult r, std::uint64_t section) {
+    if (!doc_.lineErrors.Empty() && doc_.lineErrors.Last().line > line) errorsUnordered_ = true;
+    ZyrResult grown = errorSections_.Append(section);
+    if (ZyrSucceeded(grown)) grown = doc_.lineErrors.Append(ZyrCfgLineError{line, r});
+    if (ZyrFailed(grown) && errorSections_.Count() > doc_.lineErrors.Count())
+      errorSections_.Truncate(doc_.lineErrors.Count());
+    return grown;
+  }
+
+  // The errors of a repeated section's lines go with it, and the header's
+  // own error stands for them; then all in the order of lines.
+  ZyrResult SettleErrors() {
+    if (repeatedSections_.Empty() && !errorsUnordered_) return ZYR_OK;
+    std::sort(repeatedSections_.begin(), repeatedSections_.end());
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < doc_.lineErrors.Count(); ++i) {
+      std::uint64_t section = errorSections_[i];
+      if (section && std::binary_search(repeatedSections_.begin(), repeatedSections_.end(), section)) continue;
+      doc_.lineErrors[kept++] = doc_.lineErrors[i];
+    }
+    doc_.lineErrors.Truncate(kept);
+    for (std::uint64_t header : repeatedSections_) {
+      ZyrResult r = doc_.lineErrors.Append(ZyrCfgLineError{header, ZYR_E_CFG_DUPLICATE_SECTION});
+      if (ZyrFailed(r)) return r;
+    }
+    std::sort(doc_.lineErrors.begin(), doc_.lineErrors.end(),
+              [](const ZyrCfgLineError& a, const ZyrCfgLineError& b) { return a.line < b.line; });
+    return ZYR_OK;
   }
 
   ZyrCfgDocument& doc_;
+  StagedNames<ZyrCfgSectionRef> sections_;
+  StagedNames<ZyrCfgValueRef> values_;  // of the current section
+  std::uint64_t sectionLine_ = 0;       // the current section's header line
+  ZyrBasArray<std::uint64_t> errorSections_;     // beside lineErrors: the section of each
+  ZyrBasArray<std::uint64_t> repeatedSections_;  // header lines of repeated sections
+  bool errorsUnordered_ = false;  // a repeated key's error came behind a later line's
   bool headerFailed_ = false;
   std::uint64_t blankLines_ = 0;
 };
 
+// Reads of a file that keeps changing under them, before the load gives up.
+constexpr int kReadAttempts = 3;
+
 }  // namespace
 
 ZyrResult ZyrCfgFileBytes::Read(void* buffer, std::size_t count, std::size_t* got) {
-  return file_.Read(buffer, count, got);
+  // One byte more than the limit is asked for, so that a file of exactly
+  // the limit reads whole and a larger one shows.
+  if (left_ != ~std::uint64_t{0} && count > left_ + 1) count = static_cast<std::size_t>(left_ + 1);
+  ZyrResult r = file_.Read(buffer, count, got);
+  if (*got > left_) return ZYR_E_SIZE_TOO_LARGE;
+  left_ -= *got;
+  return r;
+}
+
+ZyrResult ZyrCfgFileBytes::Stamp(ZyrCfgFileStamp* out) {
+  ZyrBasDirEntry info;
+  ZyrResult r = file_.Query(&info);
+  if (ZyrFailed(r)) return r;
+  out->size = static_cast<std::uint64_t>(info.sizeHigh) << 32 | info.sizeLow;
+  out->lastWrite = info.lastWriteTime;
+  out->change = info.changeTime;
+  return ZYR_OK;
+}
+
+ZyrResult ZyrCfgFileBytes::Rewind() {
+  left_ = limit_;
+  return file_.Seek(0, 0);
 }
 
 ZyrResult ZyrCfgFileBytes::Write(const void* bytes, std::size_t count) {
@@ -582,26 +784,56 @@ ZyrResult ZyrCfgDocument::Load(ZyrTextStream& stream) noexcept {
 
 ZyrResult ZyrCfgDocument::OpenFile(ZyrBasFile& file, const char16_t* path) noexcept {
   if (!path || !*path) return ZYR_E_INVALID_ARGUMENT;
-  // A folder opens for reading on this platform but holds no text.
-  if (ZyrSucceeded(ZyrBasDirectoryExists(path))) return ZYR_E_ACCESS_DENIED;
-  return file.Open(path, ZYR_FILE_OPEN_EXISTING, ZYR_FILE_READ, ZYR_FILE_SHARE_READ, 0);
+  // Without waiting, and regular files only: a FIFO at the name would hold
+  // the caller, and with it the manager's lock, for good; a device would
+  // give bytes without end.
+  ZyrResult r = file.Open(path, ZYR_FILE_OPEN_EXISTING, ZYR_FILE_READ, ZYR_FILE_SHARE_READ,
+                          ZYR_FILE_REGULAR_ONLY);
+  if (ZyrSucceeded(r)) r = ZyrBasCheckTrusted(file, path);
+  if (ZyrFailed(r)) (void)file.Close();
+  return r;
 }
 
-ZyrResult ZyrCfgDocument::LoadOpened(ZyrBasFile& file) noexcept {
-  ZyrCfgFileBytes bytes(file);
-  ZyrFileTextStream stream(&bytes, ZYR_CFG_ENC_UNKNOWN, ZYR_CFG_EOL_UNKNOWN,
-                           ZyrFileTextStream::kChunkSize);
-  return Load(stream);
+ZyrResult ZyrCfgDocument::LoadBytes(ZyrCfgByteFile& file, std::uint32_t how) noexcept {
+  for (int attempt = 0; attempt < kReadAttempts; ++attempt) {
+    ZyrCfgFileStamp before, after;
+    ZyrResult r = attempt > 0 ? file.Rewind() : ZYR_OK;
+    if (ZyrSucceeded(r)) r = file.Stamp(&before);
+    if (ZyrSucceeded(r) && before.size > kZyrCfgMaxFileBytes) r = ZYR_E_SIZE_TOO_LARGE;
+    if (ZyrSucceeded(r)) {
+      ZyrFileTextStream stream(&file, ZYR_CFG_ENC_UNKNOWN, ZYR_CFG_EOL_UNKNOWN,
+                               ZyrFileTextStream::kChunkSize);
+      stream.WholeLinesOnly(how == ZYR_CFG_READ_CHANGED);
+      ZyrResult loaded = Load(stream);
+      r = file.Stamp(&after);
+      // Size and times as before: what was read is one version of the
+      // file. Otherwise it may be half of each, and it is read again.
+      if (ZyrSucceeded(r) && after == before) return loaded;
+    }
+    if (ZyrFailed(r)) {
+      sections.Clear();
+      return r;
+    }
+  }
+  sections.Clear();
+  return ZYR_E_SHARING_VIOLATION;  // rewritten during every read
 }
 
-ZyrResult ZyrCfgDocument::LoadFile(const char16_t* path) noexcept {
+ZyrResult ZyrCfgDocument::LoadOpened(ZyrBasFile& file, std::uint32_t how) noexcept {
+  ZyrResult r = file.Seek(0, 0);
+  if (ZyrFailed(r)) return r;
+  ZyrCfgFileBytes bytes(file, kZyrCfgMaxFileBytes);
+  return LoadBytes(bytes, how);
+}
+
+ZyrResult ZyrCfgDocument::LoadFile(const char16_t* path, std::uint32_t how) noexcept {
   lineErrors.Clear();
   sections.Clear();
   lineNumber = 0;
   ZyrBasFile file;
   ZyrResult r = OpenFile(file, path);
   if (ZyrFailed(r)) return r;
-  r = LoadOpened(file);
+  r = LoadOpened(file, how);
   file.Close();
   return r;
 }

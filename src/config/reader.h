@@ -22,7 +22,12 @@ class ZyrTextStream {
  public:
   virtual ~ZyrTextStream() = default;
   // The next line without its line end: ZYR_OK or ZYR_I_SHORT_READ with a
-  // line, a failure without one. ZYR_E_END_OF_DATA ends every text.
+  // line, a failure without one. ZYR_E_END_OF_DATA ends every text. One
+  // failure is a line's own: ZYR_E_INVALID_DATA for a line that was read
+  // but is no text (bytes that the encoding cannot convert, or a last line
+  // cut short where whole lines are asked for); `line` then holds its bytes
+  // widened one by one, so that the reader can tell where it belongs, and
+  // the next call reads on behind it.
   virtual ZyrResult ReadLine(ZyrBasString* line) = 0;
   // WriteText, then one line end.
   virtual ZyrResult WriteLine(const char16_t* text, std::size_t length) = 0;
@@ -58,6 +63,14 @@ class ZyrStringWriter : public ZyrTextStream {
   ZyrBasString* target_;
 };
 
+// What shows that a file changed while it was read: its size and times.
+struct ZyrCfgFileStamp {
+  std::uint64_t size = 0;
+  std::int64_t lastWrite = 0;
+  std::int64_t change = 0;
+  bool operator==(const ZyrCfgFileStamp&) const = default;
+};
+
 // The raw bytes under a file text stream.
 class ZyrCfgByteFile {
  public:
@@ -67,21 +80,42 @@ class ZyrCfgByteFile {
   virtual ZyrResult Read(void* buffer, std::size_t count, std::size_t* got) = 0;
   // Writes all of the bytes or fails.
   virtual ZyrResult Write(const void* bytes, std::size_t count) = 0;
+  // The size and times now. Bytes that cannot change answer with an
+  // unchanging stamp, as here.
+  virtual ZyrResult Stamp(ZyrCfgFileStamp* out) {
+    *out = ZyrCfgFileStamp{};
+    return ZYR_OK;
+  }
+  // Back to the first byte, to be read again.
+  virtual ZyrResult Rewind() { return ZYR_E_NOT_SUPPORTED; }
 };
 
 class ZyrBasFile;
 
+// The most bytes that a configuration file may have. Real configuration
+// takes a few kilobytes; a file beyond this is taken for an accident or an
+// attack (a device, a sparse file of gigabytes) and refused as a whole with
+// ZYR_E_SIZE_TOO_LARGE, before it can take the memory of the process.
+inline constexpr std::uint64_t kZyrCfgMaxFileBytes = std::uint64_t{4} << 20;
+
 // A file of the base layer seen as a byte file: reads answer with the same
 // codes (all, ZYR_I_SHORT_READ, ZYR_E_END_OF_DATA); a write that moves
-// fewer bytes than asked fails with ZYR_E_WRITE_FAULT.
+// fewer bytes than asked fails with ZYR_E_WRITE_FAULT. Reading beyond
+// `limit` bytes in all fails with ZYR_E_SIZE_TOO_LARGE, also for a file
+// that grows while it is read.
 class ZyrCfgFileBytes : public ZyrCfgByteFile {
  public:
-  explicit ZyrCfgFileBytes(ZyrBasFile& file) noexcept : file_(file) {}
+  explicit ZyrCfgFileBytes(ZyrBasFile& file, std::uint64_t limit = ~std::uint64_t{0}) noexcept
+      : file_(file), limit_(limit), left_(limit) {}
   ZyrResult Read(void* buffer, std::size_t count, std::size_t* got) override;
   ZyrResult Write(const void* bytes, std::size_t count) override;
+  ZyrResult Stamp(ZyrCfgFileStamp* out) override;
+  ZyrResult Rewind() override;
 
  private:
   ZyrBasFile& file_;
+  std::uint64_t limit_;
+  std::uint64_t left_;  // bytes that reads may still give
 };
 
 // A byte file in memory: reads from a caller's bytes, collects what is
@@ -93,6 +127,10 @@ class ZyrCfgMemoryFile : public ZyrCfgByteFile {
       : data_(static_cast<const std::uint8_t*>(bytes)), size_(size) {}
   ZyrResult Read(void* buffer, std::size_t count, std::size_t* got) override;
   ZyrResult Write(const void* bytes, std::size_t count) override;
+  ZyrResult Rewind() override {
+    position_ = 0;
+    return ZYR_OK;
+  }
   // Caps every read at this many bytes, to try the stream's refill logic.
   void LimitReads(std::size_t most) noexcept { readLimit_ = most; }
   const ZyrBasArray<std::uint8_t>& Written() const noexcept { return written_; }
@@ -141,6 +179,10 @@ class ZyrFileTextStream : public ZyrTextStream {
   ZyrResult WriteText(const char16_t* text, std::size_t length) override;
   // The byte order mark of the encoding; none for ANSI.
   ZyrResult WriteMark();
+  // Whole lines only: a last line without a line end is a write still in
+  // progress (a file read while it is being saved), and is answered with
+  // ZYR_E_INVALID_DATA instead of being delivered.
+  void WholeLinesOnly(bool on) noexcept { wholeLinesOnly = on; }
 
   std::uint32_t Encoding() const noexcept { return encoding; }
   std::uint32_t LineEnd() const noexcept { return lineEnd; }
@@ -149,6 +191,7 @@ class ZyrFileTextStream : public ZyrTextStream {
   ZyrResult Refill();
   ZyrResult DetectMark();
   ZyrResult Decode(ZyrBasString* line);
+  ZyrResult Widened(ZyrBasString* line);
   ZyrResult WriteEncoded(const char16_t* text, std::size_t length);
 
   ZyrCfgByteFile* file;
@@ -160,6 +203,7 @@ class ZyrFileTextStream : public ZyrTextStream {
   std::uint64_t dataEnd = 0;
   bool markChecked = false;
   bool endOfFile = false;           // the file has nothing more to give
+  bool wholeLinesOnly = false;
   ZyrBasArray<std::uint8_t> lineBytes;  // the line being collected, still encoded
 };
 

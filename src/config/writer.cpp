@@ -110,12 +110,13 @@ ZyrResult ZyrCfgDocument::WriteTo(ZyrTextStream& stream) const noexcept {
 
 ZyrResult ZyrCfgDocument::SaveFile(const char16_t* path, bool protect) const noexcept {
   if (!path || !*path) return ZYR_E_INVALID_ARGUMENT;
-  // A protected file is one that processes of every account may read and
-  // rewrite: on this system that is its mode (0666), set when it is made.
+  // A protected file is one that processes of every account may read: on
+  // this system its mode 0644, set when it is made. Not writable by them:
+  // configuration that other accounts may write is never read (base/trust.h).
   // An existing file is replaced and keeps the mode it had.
   ZyrBasFile file;
   ZyrResult r = file.Open(path, ZYR_FILE_CREATE_ALWAYS, ZYR_FILE_WRITE, 0,
-                          protect ? ZYR_FILE_SHARED_BY_ALL : 0);
+                          protect ? ZYR_FILE_READABLE_BY_ALL : 0);
   if (ZyrFailed(r)) return r;
   ZyrCfgFileBytes bytes(file);
   ZyrFileTextStream stream(&bytes, ZYR_CFG_ENC_UTF16LE, ZYR_CFG_EOL_CRLF);

@@ -58,8 +58,10 @@ ZyrResult ZyrLogManager::ChangeCallback(void* context) {
   return static_cast<ZyrLogManager*>(context)->CheckConfigChanged();
 }
 
-// Under the manager's lock for all of its length. A file that cannot be
-// opened (deleted, for one) is skipped and what it applied stays; any other
+// Under the manager's lock for all of its length, so nothing here waits: the
+// open never blocks and refuses all but regular files, and a file is read
+// up to a bound. A file that cannot be opened (deleted, for one, or no
+// longer trusted) is skipped and what it applied stays; any other
 // time than the one read counts as a change, an older one too (a file
 // restored from a backup). The time is stored before the file is read, so
 // that a version that fails to read or build is not tried again.
@@ -77,7 +79,7 @@ ZyrResult ZyrLogManager::CheckConfigChanged() {
     source.lastWrite = lastWrite;
     changeReads_.fetch_add(1, std::memory_order_relaxed);
     ZyrCfgDocument document;
-    ZyrResult r = document.LoadOpened(file);
+    ZyrResult r = document.LoadOpened(file, ZYR_CFG_READ_CHANGED);
     file.Close();
     if (ZyrSucceeded(r)) (void)ApplyDocument(document, source.logFolder);
   }

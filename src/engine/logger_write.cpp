@@ -80,8 +80,10 @@ ZyrResult ZyrLoggerNode::Append(ZyrLogEvent& event) {
   if (hierarchy_) {
     for (int i = 0; i < 16 && hierarchy_->treeWanted.load(std::memory_order_relaxed); ++i) ZyrBasYield();
   }
+  ZyrResult reported = ZYR_OK;  // the first failure of the climb, as a warning
   for (ZyrLoggerNode* logger = this; logger;) {
     ZyrResult failure = ZYR_OK;
+    bool lost = false;
     // A logger without appenders is passed without its lock: taking it
     // would change nothing that a writer can see. A reload that gives it
     // appenders holds the lock of every logger, so this event goes on to
@@ -93,15 +95,23 @@ ZyrResult ZyrLoggerNode::Append(ZyrLogEvent& event) {
       for (ZyrLogAppender* appender : logger->appenders_) {
         ZyrResult r = appender->DoAppend(event);
         // The first failure is kept, marked as a warning; the others still
-        // get the event.
-        if (ZyrFailed(r) && ZyrSucceeded(failure)) failure = ZyrResultAsWarning(r);
+        // get the event. An appender's own warning tells of a line that was
+        // written all the same (a rollover that failed), and the climb goes
+        // on.
+        if (ZyrFailed(r)) {
+          if (ZyrSucceeded(failure)) failure = ZyrResultAsWarning(r);
+          lost |= !ZyrResultIsWarning(r);
+        }
       }
     }
-    if (ZyrFailed(failure)) return failure;  // the ancestors do not see this event
-    if (!logger->IsAdditive()) return ZYR_OK;
+    if (ZyrFailed(failure)) {
+      if (lost) return failure;  // the ancestors do not see this event
+      if (ZyrSucceeded(reported)) reported = failure;
+    }
+    if (!logger->IsAdditive()) return reported;
     logger = logger->Parent();  // no logger lock held from here
   }
-  return ZYR_OK;
+  return reported;
 }
 
 ZyrResult ZyrLoggerNode::CloseAppenders() {

@@ -280,7 +280,8 @@ ZyrResult ZyrLogManager::LoadFromFile(const char16_t* fileName, const ZyrBasStri
   ZyrResult r = ZyrCfgResolveFileName(source.fullPath, fileName, configFolder);
   if (ZyrFailed(r)) return r;
   // Opened before anything is remembered: a file that exists but cannot be
-  // opened fails the load and leaves no entry among the sources.
+  // opened, or is not trusted, fails the load and leaves no entry among the
+  // sources.
   ZyrBasFile file;
   r = ZyrCfgDocument::OpenFile(file, source.fullPath.Text());
   if (ZyrFailed(r)) return r;
@@ -349,7 +350,7 @@ ZyrResult ZyrLogManager::ReloadConfig() {
   // A file that cannot be read or built leaves the others untouched.
   for (auto& e : copy) {
     ZyrCfgDocument document;
-    if (ZyrSucceeded(document.LoadFile(e.value.fullPath.Text())))
+    if (ZyrSucceeded(document.LoadFile(e.value.fullPath.Text(), ZYR_CFG_READ_CHANGED)))
       (void)ApplyDocument(document, e.value.logFolder);
   }
   return ZYR_OK;

@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "base/memory.h"
 #include "base/string.h"
 #include "base/sync.h"
 #include "client/log_object.h"
@@ -90,18 +91,32 @@ namespace {
 }  // namespace
 
 // The blob: a 64-bit count of UTF-16 units, the units, a 32-bit mode; all
-// little-endian, unaligned, no length travels with it.
+// little-endian, unaligned. No length travels with it, and it comes from
+// another program: so it is never read in place. The count is checked
+// against the longest file name there can be, and the blob is copied
+// through the system, which answers a byte that cannot be read with a
+// failure rather than a fault. A count that points past the blob, into
+// memory that is not there, ends the thread with ZYR_E_INVALID_ADDRESS.
+namespace {
+// The longest path that an NT system takes, in UTF-16 units.
+constexpr std::uint64_t kMaxRemoteNameUnits = 32767;
+}  // namespace
+
 ZYR_EXPORT void* ZyrLogLibraryRemoteReconfigure(void* blob) {
-  const auto* bytes = static_cast<const unsigned char*>(blob);
+  if (!blob) EndThread(ZYR_E_INVALID_ARGUMENT);
   std::uint64_t length;
-  std::memcpy(&length, bytes, sizeof length);
+  ZyrResult r = ZyrBasCopyForeign(&length, blob, sizeof length);
+  if (ZyrFailed(r)) EndThread(r);
+  if (length > kMaxRemoteNameUnits) EndThread(ZYR_E_SIZE_TOO_LARGE);
+  // The units and the mode behind them, in one copy.
+  std::size_t units = static_cast<std::size_t>(length);
   ZyrBasString fileName;
-  if (length) {
-    if (ZyrFailed(fileName.Resize(static_cast<std::size_t>(length)))) EndThread(ZYR_E_OUT_OF_MEMORY);
-    std::memcpy(fileName.Data(), bytes + 8, static_cast<std::size_t>(length) * 2);
-  }
+  if (ZyrFailed(fileName.Resize(units + 2))) EndThread(ZYR_E_OUT_OF_MEMORY);
+  r = ZyrBasCopyForeign(fileName.Data(), static_cast<const unsigned char*>(blob) + 8, units * 2 + 4);
+  if (ZyrFailed(r)) EndThread(r);
   std::uint32_t mode;
-  std::memcpy(&mode, bytes + 8 + 2 * length, sizeof mode);
+  std::memcpy(&mode, fileName.Data() + units, sizeof mode);
+  if (ZyrFailed(fileName.Resize(units))) EndThread(ZYR_E_OUT_OF_MEMORY);
   EndThread(ZyrLogLibraryReconfigure(fileName.Text(), mode));
 }
 

@@ -294,7 +294,7 @@ TEST(CfgFileStream, MixedLineEndsAcrossChunkBoundaries) {
   EXPECT_EQ(stream.LineEnd(), ZYR_CFG_EOL_LF);
 }
 
-TEST(CfgFileStream, LongLinesOddBytesAndFailuresEndTheText) {
+TEST(CfgFileStream, LongLinesOddBytesAndReadFailuresEndTheText) {
   std::string name(10000, 'n'), key(5000, 'k');
   std::string longText = "[" + name + "]\r\n" + key + " = " + std::string(9000, 'v');
   ZyrCfgMemoryFile longFile(longText.data(), longText.size());
@@ -314,16 +314,6 @@ TEST(CfgFileStream, LongLinesOddBytesAndFailuresEndTheText) {
   EXPECT_EQ(end, ZYR_E_END_OF_DATA);
   ZyrBasString line;
   EXPECT_EQ(oddStream.ReadLine(&line), ZYR_E_END_OF_DATA);
-
-  // Broken UTF-8 on line 3: what came before stays.
-  std::string broken = "\xEF\xBB\xBF[s]\na = 1\nb = \xC0\x80\nc = 3\n";
-  ZyrCfgMemoryFile brokenFile(broken.data(), broken.size());
-  ZyrFileTextStream brokenStream(&brokenFile);
-  ZyrCfgDocument partial;
-  ASSERT_EQ(partial.Load(brokenStream), ZYR_OK);
-  EXPECT_TRUE(Value(partial, u"s", u"a"));
-  EXPECT_FALSE(Value(partial, u"s", u"b"));
-  EXPECT_FALSE(Value(partial, u"s", u"c"));
 
   // A failing read passes through ReadLine.
   FailingFile failing("[s]\n" + std::string(5000, 'x') + "\n", 2);
@@ -370,4 +360,144 @@ TEST_F(CfgLoadFile, ReadsEitherSeparatorAndAFailedOpenLeavesTheDocumentEmpty) {
   EXPECT_EQ(doc.lineErrors.Count(), 0u);
   EXPECT_TRUE(ZyrFailed(doc.LoadFile(zyrtest::U16(dir_).c_str())));
   EXPECT_EQ(doc.LoadFile(u""), ZYR_E_INVALID_ARGUMENT);
+}
+
+namespace {
+
+// Loads bytes as a file is read: `how` decides what an unterminated last
+// line is.
+ZyrResult LoadBytes(ZyrCfgDocument& doc, const std::string& bytes,
+                    std::uint32_t how = ZYR_CFG_READ_NAMED) {
+  ZyrCfgMemoryFile file(bytes.data(), bytes.size());
+  return doc.LoadBytes(file, how);
+}
+
+// A file that is being rewritten: each read from the start gives the next
+// of `versions`, and the stamps taken before and after a read differ until
+// the read of version `stableFrom`.
+class RewrittenFile : public ZyrCfgByteFile {
+ public:
+  RewrittenFile(std::vector<std::string> versions, std::size_t stableFrom)
+      : versions_(std::move(versions)), stableFrom_(stableFrom) {}
+  ZyrResult Read(void* buffer, std::size_t count, std::size_t* got) override {
+    const std::string& v = versions_[read_];
+    *got = std::min(count, v.size() - position_);
+    std::memcpy(buffer, v.data() + position_, *got);
+    position_ += *got;
+    return *got == 0 ? ZYR_E_END_OF_DATA : *got < count ? ZYR_I_SHORT_READ : ZYR_OK;
+  }
+  ZyrResult Write(const void*, std::size_t) override { return ZYR_E_NOT_SUPPORTED; }
+  ZyrResult Stamp(ZyrCfgFileStamp* out) override {
+    out->size = versions_[read_].size();
+    out->lastWrite = read_ >= stableFrom_ ? 0 : static_cast<std::int64_t>(++stamps_);
+    return ZYR_OK;
+  }
+  ZyrResult Rewind() override {
+    if (read_ + 1 < versions_.size()) ++read_;
+    position_ = 0;
+    return ZYR_OK;
+  }
+
+ private:
+  std::vector<std::string> versions_;
+  std::size_t stableFrom_, read_ = 0, position_ = 0, stamps_ = 0;
+};
+
+}  // namespace
+
+// A line whose bytes are no text in the file's encoding (a Latin-1 byte in
+// a file without a mark, read as UTF-8) is a line error with its number;
+// the reading goes on. A broken header still breaks its section.
+TEST(CfgLoad, LinesThatAreNoTextAreLineErrorsAndTheReadGoesOn) {
+  ZyrCfgDocument doc;
+  ASSERT_EQ(LoadBytes(doc, "[s]\na = 1\nb = caf\xE9\nc = 3\n"   // 1-4
+                           " [t\xE9]\nd = 4\n"                   // 5-6
+                           "[u]\n; \xE9 comment\ne = 5\n"),      // 7-9
+            ZYR_OK);
+  EXPECT_EQ(Errors(doc), (Errs{{3, ZYR_E_INVALID_DATA}, {5, ZYR_E_INVALID_DATA}, {8, ZYR_E_INVALID_DATA}}));
+  EXPECT_TRUE(Value(doc, u"s", u"a"));
+  EXPECT_FALSE(Value(doc, u"s", u"b"));
+  EXPECT_TRUE(Value(doc, u"s", u"c"));
+  EXPECT_FALSE(Value(doc, u"s", u"d"));  // not moved into the section before
+  EXPECT_EQ(doc.sections.Count(), 2u);
+  EXPECT_EQ(S(Value(doc, u"u", u"e")->leadingComment), u"");
+}
+
+// A file read again because it changed may be half saved: its last line,
+// without a line end, is not applied then. Named files keep theirs.
+TEST(CfgLoad, UnterminatedLastLineOfAChangedFileIsNotApplied) {
+  struct Row {
+    std::string bytes;
+    std::uint32_t how;
+    bool applied;
+    Errs errors;
+  };
+  const Row rows[] = {
+      {"[s]\nk = 1\nFileName = /t", ZYR_CFG_READ_NAMED, true, {}},
+      {"[s]\nk = 1\nFileName = /t", ZYR_CFG_READ_CHANGED, false, {{3, ZYR_E_INVALID_DATA}}},
+      {"[s]\nk = 1\nFileName = /tmp/x.log\n", ZYR_CFG_READ_CHANGED, true, {}},
+      {"[s]\nk = 1\nFileName = /tmp/x.log\r", ZYR_CFG_READ_CHANGED, true, {}},
+      {Utf16(u"[s]\r\nk = 1\r\nFileName = /t", false, true), ZYR_CFG_READ_CHANGED, false, {{3, ZYR_E_INVALID_DATA}}},
+  };
+  for (const Row& row : rows) {
+    ZyrCfgDocument doc;
+    ASSERT_EQ(LoadBytes(doc, row.bytes, row.how), ZYR_OK);
+    EXPECT_TRUE(Value(doc, u"s", u"k"));
+    EXPECT_EQ(static_cast<bool>(Value(doc, u"s", u"FileName")), row.applied) << row.bytes;
+    EXPECT_EQ(Errors(doc), row.errors) << row.bytes;
+  }
+}
+
+// Size and times compared before and after: a read that overlapped a write
+// is done again, and a file that never holds still is refused.
+TEST(CfgLoad, FileChangedWhileReadIsReadAgain) {
+  struct Row {
+    std::size_t stableFrom;
+    ZyrResult result;
+    const char16_t* severity;
+  };
+  const Row rows[] = {{0, ZYR_OK, u"A"}, {1, ZYR_OK, u"B"}, {2, ZYR_OK, u"C"}, {3, ZYR_E_SHARING_VIOLATION, nullptr}};
+  for (const Row& row : rows) {
+    RewrittenFile file({"[root]\nSeverity = A\nFileName = /t", "[root]\nSeverity = B\n", "[root]\nSeverity = C\n",
+                        "[root]\nSeverity = D\n"},
+                       row.stableFrom);
+    ZyrCfgDocument doc;
+    EXPECT_EQ(doc.LoadBytes(file, ZYR_CFG_READ_CHANGED), row.result);
+    ZyrCfgValueRef v = Value(doc, u"root", u"Severity");
+    EXPECT_EQ(v ? S(v->text) : u"", row.severity ? row.severity : u"");
+  }
+}
+
+// Sections and keys in any order, with repeats: the maps come out in name
+// order, the first of a name wins, and each repeat is an error at its line.
+TEST(CfgLoad, NamesInAnyOrderComeOutSortedAndTheFirstWins) {
+  std::u16string text;
+  Errs expected;
+  std::uint64_t line = 0;
+  std::vector<int> first(1000, -1);  // the first i of each name
+  for (int n = 0; n < 3000; ++n) {
+    int i = (n * 7919) % 3000;  // a fixed shuffle
+    std::u16string name = zyrtest::U16("s" + std::to_string(i % 1000));
+    text += u"[" + name + u"]\n";
+    ++line;
+    if (first[i % 1000] >= 0) {
+      expected.push_back({line, ZYR_E_CFG_DUPLICATE_SECTION});
+      continue;
+    }
+    first[i % 1000] = i;
+    text += u"k3 = " + zyrtest::U16(std::to_string(i)) + u"\nk1 = 1\nk2 = 2\nk1 = again\n";
+    line += 4;
+    expected.push_back({line, ZYR_E_CFG_DUPLICATE_VALUE});
+  }
+  ZyrCfgDocument doc;
+  Load(doc, text.c_str());
+  EXPECT_EQ(Errors(doc), expected);
+  ASSERT_EQ(doc.sections.Count(), 1000u);
+  for (std::size_t i = 1; i < doc.sections.Count(); ++i)
+    EXPECT_LT(doc.sections.At(i - 1).name.Compare(doc.sections.At(i).name), 0);
+  ZyrCfgSectionRef s = doc.FindSection(u"s7");
+  ASSERT_TRUE(s);
+  ASSERT_EQ(s->values.Count(), 3u);
+  EXPECT_EQ(S(s->values.At(0).value->text), u"1");
+  EXPECT_EQ(S(s->values.At(2).value->text), zyrtest::U16(std::to_string(first[7])));
 }

@@ -1,6 +1,7 @@
 // Configuration files through a channel, the built-in default, re-reading.
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -249,4 +250,53 @@ TEST_F(ConfigFileTest, RemoteReconfigureLoadsThroughThePrivateChannel) {
   ZyrReleaseLogObject(&IID_IZyrLog, log_);
   log_ = nullptr;
   EXPECT_EQ(ZyrLogLibraryReconfigure(u"abc", 0), ZYR_OK);  // no object: nothing to do
+}
+
+// The blob comes from another program and carries no size of its own: a
+// length that points past it, into memory that is not there, ends the
+// thread with a result, never a fault. The blob stands at the end of a page
+// whose successor cannot be read.
+TEST_F(ConfigFileTest, RemoteBlobThatIsShorterThanItsLengthIsRefused) {
+  WriteFile(dir_ + "/abc", "[reconf.y]\nAdditive = no\nSeverity = FATAL\n");
+  ASSERT_EQ(log_->SetPrivateFolders(zyrtest::U16(dir_).c_str(), nullptr, 0), ZYR_OK);
+  const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  auto* pages = static_cast<unsigned char*>(
+      mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  ASSERT_NE(pages, MAP_FAILED);
+  ASSERT_EQ(mprotect(pages + page, page, PROT_NONE), 0);
+  auto atPageEnd = [&](const std::vector<unsigned char>& bytes) {
+    unsigned char* at = pages + page - bytes.size();
+    std::memcpy(at, bytes.data(), bytes.size());
+    return at;
+  };
+  auto lengthOnly = [](std::uint64_t length, std::size_t keep) {
+    std::vector<unsigned char> bytes(12, 0);
+    std::memcpy(bytes.data(), &length, 8);
+    bytes.resize(keep);
+    return bytes;
+  };
+  struct Row {
+    const char* what;
+    std::vector<unsigned char> bytes;  // placed at the page's end; none: `blob` as it stands
+    void* blob;
+    ZyrResult result;
+  };
+  const Row rows[] = {
+      {"null", {}, nullptr, ZYR_E_INVALID_ARGUMENT},
+      {"unreadable", {}, pages + page, ZYR_E_INVALID_ADDRESS},
+      {"length all ones", lengthOnly(~0ull, 12), nullptr, ZYR_E_SIZE_TOO_LARGE},
+      {"length 2^31", lengthOnly(1ull << 31, 12), nullptr, ZYR_E_SIZE_TOO_LARGE},
+      {"length 1000 over 12 bytes", lengthOnly(1000, 12), nullptr, ZYR_E_INVALID_ADDRESS},
+      {"length 1 over 12 bytes", lengthOnly(1, 12), nullptr, ZYR_E_INVALID_ADDRESS},
+      {"length cut", lengthOnly(3, 4), nullptr, ZYR_E_INVALID_ADDRESS},
+  };
+  for (const Row& row : rows) {
+    void* blob = row.bytes.empty() ? row.blob : atPageEnd(row.bytes);
+    EXPECT_EQ(RunThread(&ZyrLogLibraryRemoteReconfigure, blob), row.result) << row.what;
+  }
+  EXPECT_EQ(Get(u"reconf.y")->threshold.load(), ZYR_SEVERITY_INFO);
+  // A blob that ends exactly at the page's end is whole.
+  EXPECT_EQ(RunThread(&ZyrLogLibraryRemoteReconfigure, atPageEnd(Blob(u"abc", 1))), ZYR_OK);
+  EXPECT_EQ(Get(u"reconf.y")->threshold.load(), ZYR_SEVERITY_FATAL);
+  munmap(pages, 2 * page);
 }

@@ -64,13 +64,21 @@ TEST_F(ConfigSaveTest, BuiltInDefaultGivesTheSampleAndItsFileLoadsBackUnchanged)
   zyrtest::WriteFile(path, std::string(10000, 'x'));
   ASSERT_EQ(log_->SaveConfigFile(U16(path).c_str(), 0), ZYR_OK);
   EXPECT_EQ(ReadFile(path), "\xFF\xFE" + Utf16Le(expected));
-  // Protected: a new file that every account may read and rewrite.
+  // Protected: a new file that every account may read, and only its owner
+  // rewrite, so that it stays trusted.
   std::string shared = dir_ + "/shared.cfg";
+#ifndef _WIN32
+  mode_t mask = umask(077);
+#endif
   ASSERT_EQ(log_->SavePrivateConfigFile(U16(shared).c_str(), 1), ZYR_OK);
-  EXPECT_EQ(ReadFile(shared), "\xFF\xFE" + Utf16Le(expected));
+#ifndef _WIN32
+  umask(mask);
   struct stat st;
   ASSERT_EQ(stat(shared.c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0666u);
+  EXPECT_EQ(st.st_mode & 0777, 0644u);
+#endif
+  EXPECT_EQ(ReadFile(shared), "\xFF\xFE" + Utf16Le(expected));
+  ASSERT_EQ(log_->LoadConfigFile(U16(shared).c_str()), ZYR_OK);
   ASSERT_EQ(log_->LoadConfigFile(U16(path).c_str()), ZYR_OK);
   EXPECT_EQ(Text(), expected);
 

@@ -2,11 +2,13 @@
 // a log's names, files and folders removed under an open log, descriptors
 // used up, folders where files should be, locks refused.
 #include <gtest/gtest.h>
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -17,6 +19,7 @@
 #include "appender/rolling_file_appender.h"
 #include "base/file_lock.h"
 #include "base/result.h"
+#include "base/time.h"
 #include "config/reader.h"
 #include "engine_support.h"
 #include "file_appender_fixture.h"
@@ -144,6 +147,142 @@ TEST_F(FileAppenderTest, FolderAtTheLogsNameFailsTheOpenUntilItGoes) {
   ASSERT_EQ(Write(rolling, u"kept"), ZYR_OK);
   EXPECT_EQ(ReadFile(Path("d.log")), kMark + "kept\r\n");
   EXPECT_EQ(ReadFile(Path("r.log")), kMark + "kept\r\n");
+}
+
+// ---------------------------------------------------------------------------
+// Foreign objects at a log's names (another account's work in a shared folder)
+
+// A FIFO, a socket or a folder at the live name or the lock file's name
+// fails the open at once with a clear result, and nothing is written into
+// it: a FIFO would take lines until its buffer is full, then hold the
+// writer for good.
+TEST_F(FileAppenderTest, NoFileAtALogsNameFailsTheOpenWithoutWaiting) {
+  struct Row {
+    const char16_t* type;
+    const char* name;  // the object's name; the log is x.log
+    mode_t kind;
+    ZyrResult result;
+  };
+  const Row rows[] = {
+      {u"File", "x.log", S_IFIFO, ZYR_E_UNSUPPORTED_TYPE},
+      {u"RollingFile", "x.log", S_IFIFO, ZYR_E_UNSUPPORTED_TYPE},
+      {u"RollingDateFile", "x.log", S_IFIFO, ZYR_E_UNSUPPORTED_TYPE},
+      {u"RollingFile", "x.log.lock", S_IFIFO, ZYR_E_UNSUPPORTED_TYPE},
+      {u"File", "x.log", S_IFSOCK, ZYR_E_UNSUPPORTED_TYPE},
+      {u"RollingDateFile", "x.log", S_IFDIR, ZYR_E_ACCESS_DENIED},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::string(row.name) + " " + zyrtest::Narrow(row.type));
+    if (row.kind == S_IFDIR) ASSERT_EQ(mkdir(Path(row.name).c_str(), 0755), 0);
+    else ASSERT_EQ(mknod(Path(row.name).c_str(), row.kind | 0666, 0), 0);
+    ZyrLogAppender* a = Make<ZyrLogAppender>(row.type, {{u"FileName", u"x.log"}});
+    EXPECT_EQ(Write(a, u"lost"), row.result);
+    EXPECT_FALSE(a->IsOpened());
+    zyrtest::RemoveTree(Path(row.name));
+    EXPECT_EQ(Write(a, u"kept"), ZYR_OK);  // gone: the next line opens a file of its own
+    a->Release();
+    zyrtest::RemoveTree(Path("x.log"));
+    zyrtest::RemoveTree(Path("x.log.lock"));
+  }
+}
+
+namespace {
+
+// The names in the folder that start with "zyr-": temporary files left.
+int TempFiles(const std::string& dir) {
+  int n = 0;
+  if (DIR* d = opendir(dir.c_str())) {
+    while (dirent* e = readdir(d)) n += std::strncmp(e->d_name, "zyr-", 4) == 0;
+    closedir(d);
+  }
+  return n;
+}
+
+}  // namespace
+
+// An object that a rollover cannot move past (a folder at a rolled number,
+// which a second account can make in a shared folder) keeps the live file
+// and every rolled file as they were: the live file grows past Size, the
+// line that found the obstacle answers with a warning, and the lines after
+// it in the same housekeeping tick write on without another try. Once the
+// obstacle is gone, the next tick's rollover goes through.
+TEST_F(FileAppenderTest, RolloverThatCannotMoveKeepsEveryLineAndWarns) {
+  struct Row {
+    const char* what;
+    std::vector<std::string> rolled;  // numbers there before, each holding its own name
+    std::string folder;               // the obstacle
+    const char16_t* filesCount;
+  };
+  const Row rows[] = {
+      {"folder at number 1", {}, "r.log.1", u"3"},
+      {"folder in the chain", {"1", "2"}, "r.log.3", u"5"},
+      {"folder at 1, the top moved aside", {"2"}, "r.log.1", u"2"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    for (const std::string& n : row.rolled) WriteFile(Path("r.log." + n), n);
+    ASSERT_EQ(mkdir(Path(row.folder).c_str(), 0755), 0);
+    auto* a = Make<ZyrLogRollingFileAppender>(u"RollingFile",
+                                              {{u"FileName", u"r.log"}, {u"Size", u"0"}, {u"FilesCount", row.filesCount}});
+    const ZyrResult warning = ZyrResultAsWarning(ZYR_E_ACCESS_DENIED);  // a file cannot replace a folder
+    EXPECT_EQ(Write(a, u"one"), warning);
+    EXPECT_EQ(Write(a, u"two"), ZYR_OK);  // the same tick: no second try
+    ZyrLogFileBasedAppender::HousekeepingTick();
+    EXPECT_EQ(Write(a, u"three"), warning);
+    EXPECT_EQ(ReadFile(Path("r.log")), kMark + "one\r\ntwo\r\nthree\r\n");
+    for (const std::string& n : row.rolled) EXPECT_EQ(ReadFile(Path("r.log." + n)), n);
+    EXPECT_EQ(TempFiles(dir_), 0);
+
+    ASSERT_EQ(rmdir(Path(row.folder).c_str()), 0);
+    ZyrLogFileBasedAppender::HousekeepingTick();
+    EXPECT_EQ(Write(a, u"four"), ZYR_OK);
+    EXPECT_EQ(ReadFile(Path("r.log.1")), kMark + "one\r\ntwo\r\nthree\r\nfour\r\n");
+    EXPECT_EQ(TempFiles(dir_), 0);
+    a->Release();
+    zyrtest::RemoveTree(dir_);
+    ASSERT_EQ(mkdir(dir_.c_str(), 0700), 0);
+  }
+}
+
+// The dated appender keeps its live file when the dated name is taken by
+// a folder, and says so once.
+TEST_F(FileAppenderTest, DatedRollThatCannotMoveKeepsTheLiveFileAndWarns) {
+  auto* a = Make<ZyrLogRollingDateFileAppender>(u"RollingDateFile", {{u"FileName", u"d.log"}});
+  ASSERT_EQ(Write(a, u"old day"), ZYR_OK);
+  ZyrBasString dated, path;
+  path.Assign(zyrtest::U16(Path("d.log")).c_str());
+  ASSERT_EQ(ZyrLogRollingDateFileAppender::DatedName(dated, path, ZyrBasSystemTime()), ZYR_OK);
+  ASSERT_EQ(mkdir(std::string(dated.Text(), dated.Text() + dated.Length()).c_str(), 0755), 0);
+  struct ClockBack {
+    ~ClockBack() { ZyrBasTestSetClockOffset(0); }
+  } back;
+  ZyrBasTestSetClockOffset(86400ll * 10000000);  // a day later: the live file rolls
+  EXPECT_EQ(Write(a, u"new day"), ZyrResultAsWarning(ZYR_E_ACCESS_DENIED));
+  EXPECT_EQ(Write(a, u"on"), ZYR_OK);
+  EXPECT_EQ(ReadFile(Path("d.log")), kMark + "old day\r\nnew day\r\non\r\n");
+}
+
+// A rollover's warning tells of a line that was written: the climb goes on
+// to the parent's appenders, and the caller hears of it.
+class BlockedRolloverTest : public zyrtest::LogObjectTest {
+ protected:
+  BlockedRolloverTest() : LogObjectTest("blocked") {}
+};
+
+TEST_F(BlockedRolloverTest, WarningOfAChildsAppenderDoesNotStopTheClimb) {
+  const std::u16string folder = U16(dir_);
+  ASSERT_EQ(log_->LoadConfigText((u"[root]\nAddAppenders = all\n[all]\nType = Appender\nAppenderType = File\n"
+                                  u"FileName = " + folder + u"/all.log\n"
+                                  u"[app]\nAddAppenders = roll\n[roll]\nType = Appender\nAppenderType = RollingFile\n"
+                                  u"Size = 0\nFileName = " + folder + u"/roll.log\n").c_str()),
+            ZYR_OK);
+  ASSERT_EQ(mkdir((dir_ + "/roll.log.1").c_str(), 0755), 0);
+  ZyrLogger* app = Get(u"app");
+  EXPECT_EQ(app->Log(ZYR_SEVERITY_ERROR, u"kept twice", nullptr, 0, 0, 0, 0, 0, nullptr),
+            ZyrResultAsWarning(ZYR_E_ACCESS_DENIED));
+  ASSERT_EQ(log_->Flush(), ZYR_OK);
+  EXPECT_NE(ReadFile(dir_ + "/roll.log").find("MSG:kept twice"), std::string::npos);
+  EXPECT_NE(ReadFile(dir_ + "/all.log").find("MSG:kept twice"), std::string::npos);
 }
 
 // ---------------------------------------------------------------------------

@@ -207,8 +207,8 @@ TEST(FormatFixed, BufferEnds) {
 
 TEST(FormatString, GrowsFromStackToHeap) {
   ZyrBasString out;
-  std::uint64_t x[] = {P(u"x")};
-  ASSERT_EQ(ZyrBasFormat(out, u"%5000s", x), ZYR_OK);
+  std::uint64_t x[] = {P(u"x"), P(u"x")};
+  ASSERT_EQ(ZyrBasFormat(out, u"%4000s%1000s", x), ZYR_OK);
   ASSERT_EQ(out.Length(), 5000u);
   EXPECT_EQ(out[0], u' ');
   EXPECT_EQ(out[4999], u'x');
@@ -247,4 +247,28 @@ TEST(FormatString, AppendKeepsOldTextOnFailure) {
   ZyrBasTestFailAllocationsAfter(-1);
   EXPECT_EQ(r, ZYR_E_OUT_OF_MEMORY);
   EXPECT_EQ(Wide(s), u"n=42;2a");
+}
+
+// No width, written or from a slot, pads beyond 4096: a single call never
+// asks for more than that per conversion, whatever a caller passes.
+TEST(FormatString, WidthsAboveTheLimitAreClamped) {
+  struct Row {
+    const char16_t* format;
+    std::vector<std::uint64_t> slots;
+    std::size_t length;
+  };
+  const Row rows[] = {
+      {u"%2147483647d", {7}, 4096},
+      {u"%99999999999999999999d", {7}, 4096},
+      {u"%*d", {0x7fffffff, 7}, 4096},
+      {u"%*d", {0x80000000u, 7}, 4096},  // the most negative: left-aligned, clamped
+      {u"%4096d", {7}, 4096},
+      {u"%4095s|", {P(u"ab")}, 4096},
+      {u"%.2147483647s", {P(u"abc")}, 3},  // a precision only cuts
+  };
+  for (const Row& row : rows) {
+    ZyrBasString out;
+    ASSERT_EQ(ZyrBasFormat(out, row.format, row.slots.data()), ZYR_OK) << Narrow(row.format, ZyrBasStrLen(row.format));
+    EXPECT_EQ(out.Length(), row.length) << Narrow(row.format, ZyrBasStrLen(row.format));
+  }
 }

@@ -127,6 +127,25 @@ ZyrResult ZyrBasOsOpen(const char* path, std::uint32_t mode, std::uint32_t acces
       return ZYR_E_INVALID_NAME;
     }
   }
+  if (options & ZYR_FILE_REGULAR_ONLY) {
+    // A folder is refused by the open already (not a directory file). What
+    // else is no file on a disk (a pipe, a mailslot, the console, NUL, a
+    // port) goes: it would hold a reader or writer, or give bytes without
+    // end. A file answers with its disk or with the file system on it (wine
+    // says the latter for every file on a disk).
+    FILE_FS_DEVICE_INFORMATION device{};
+    IO_STATUS_BLOCK q{};
+    NTSTATUS d = NtQueryVolumeInformationFile(h, &q, &device, sizeof device, FileFsDeviceInformation);
+    ULONG type = device.DeviceType;
+    bool disk = NtSucceeded(d) && (type == FILE_DEVICE_DISK || type == FILE_DEVICE_DISK_FILE_SYSTEM ||
+                                   type == FILE_DEVICE_CD_ROM || type == FILE_DEVICE_CD_ROM_FILE_SYSTEM ||
+                                   type == FILE_DEVICE_DFS || type == FILE_DEVICE_VIRTUAL_DISK ||
+                                   type == FILE_DEVICE_NETWORK_FILE_SYSTEM);
+    if (!disk) {
+      NtClose(h);
+      return NtSucceeded(d) ? ZYR_E_UNSUPPORTED_TYPE : Fail(d);
+    }
+  }
   *created = io.Information == FILE_CREATED;
   *handle = Int(h);
   return ZYR_OK;

@@ -1,5 +1,6 @@
 // Blocks of the process heap, through ntdll: the module has no C library.
 #include "base/nt/nt_support.h"
+#include "base/memory.h"
 #include "base/os/memory_os.h"
 #include ZYR_PLATFORM_LAYER
 
@@ -17,3 +18,13 @@ void ZyrBasNativeFree(void* block) noexcept {
 
 // The process heap takes no advice about its blocks.
 void ZyrBasOsAdviseLargeBlock(void*, std::size_t) noexcept {}
+
+// The system reads for us, and answers an unreadable byte with a failure
+// instead of a fault.
+ZyrResult ZyrBasCopyForeign(void* target, const void* source, std::size_t count) noexcept {
+  if (count == 0) return ZYR_OK;
+  if (!source) return ZYR_E_INVALID_ADDRESS;
+  std::size_t read = 0;
+  NTSTATUS s = NtReadVirtualMemory(NtCurrentProcess(), source, target, count, &read);
+  return NtSucceeded(s) && read == count ? ZYR_OK : ZYR_E_INVALID_ADDRESS;
+}

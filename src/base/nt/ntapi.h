@@ -169,6 +169,20 @@ inline constexpr ULONG FileAllocationInformation = 19;
 inline constexpr ULONG FileEndOfFileInformation = 20;
 inline constexpr ULONG FileNetworkOpenInformation = 34;
 
+// Volume information: the device under a file.
+inline constexpr ULONG FileFsDeviceInformation = 4;
+struct FILE_FS_DEVICE_INFORMATION {
+  ULONG DeviceType;
+  ULONG Characteristics;
+};
+inline constexpr ULONG FILE_DEVICE_CD_ROM = 0x02;
+inline constexpr ULONG FILE_DEVICE_CD_ROM_FILE_SYSTEM = 0x03;
+inline constexpr ULONG FILE_DEVICE_DFS = 0x06;
+inline constexpr ULONG FILE_DEVICE_DISK = 0x07;
+inline constexpr ULONG FILE_DEVICE_DISK_FILE_SYSTEM = 0x08;
+inline constexpr ULONG FILE_DEVICE_NETWORK_FILE_SYSTEM = 0x14;
+inline constexpr ULONG FILE_DEVICE_VIRTUAL_DISK = 0x24;
+
 struct FILE_BASIC_INFORMATION {
   std::int64_t CreationTime;
   std::int64_t LastAccessTime;
@@ -289,6 +303,9 @@ NTSTATUS __stdcall NtMapViewOfSection(HANDLE section, HANDLE process, void** bas
 NTSTATUS __stdcall NtUnmapViewOfSection(HANDLE process, void* base);
 NTSTATUS __stdcall NtFlushVirtualMemory(HANDLE process, void** base, std::size_t* size, IO_STATUS_BLOCK*);
 NTSTATUS __stdcall NtQuerySecurityObject(HANDLE, ULONG information, void* descriptor, ULONG length, ULONG* needed);
+NTSTATUS __stdcall NtQueryVolumeInformationFile(HANDLE, IO_STATUS_BLOCK*, void*, ULONG, ULONG fsInformationClass);
+NTSTATUS __stdcall NtReadVirtualMemory(HANDLE process, const void* address, void* buffer, std::size_t size,
+                                       std::size_t* read);
 NTSTATUS __stdcall NtSetSecurityObject(HANDLE, ULONG information, void* descriptor);
 
 NTSTATUS __stdcall NtCreateEvent(HANDLE*, ACCESS_MASK, OBJECT_ATTRIBUTES*, ULONG type, BOOLEAN initial);

@@ -76,6 +76,19 @@ void Fill(const struct statx& sx, int fd, const char* path, bool linkToDirectory
   e->creationTime = n == static_cast<ssize_t>(sizeof stored) ? stored : e->lastWriteTime;
 }
 
+// Anything but a regular file is closed by the caller: a folder as the
+// system refuses one for writing, the rest as no file of ours. A regular
+// file goes back to waiting I/O.
+ZyrResult RefuseIrregular(int fd) {
+  struct stat st;
+  if (fstat(fd, &st) != 0) return LastError();
+  if (S_ISDIR(st.st_mode)) return ZyrResultFromErrno(EISDIR);
+  if (!S_ISREG(st.st_mode)) return ZYR_E_UNSUPPORTED_TYPE;
+  int flags = fcntl(fd, F_GETFL);
+  if (flags < 0 || fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) != 0) return LastError();
+  return ZYR_OK;
+}
+
 bool LeadsToDirectory(int dirfd, const char* path) {
   struct stat st;
   return fstatat(dirfd, path, &st, 0) == 0 && S_ISDIR(st.st_mode);
@@ -94,6 +107,9 @@ ZyrResult ZyrBasOsOpen(const char* path, std::uint32_t mode, std::uint32_t acces
   // O_NOFOLLOW answers a link at the final name with ELOOP, which maps to
   // ZYR_E_INVALID_NAME; O_EXCL creation never follows a link anyway.
   if (options & ZYR_FILE_NO_LINK) flags |= O_NOFOLLOW;
+  // Without waiting: an open of a FIFO for reading would wait for a writer,
+  // forever if none comes. Cleared again below once the file is regular.
+  if (options & ZYR_FILE_REGULAR_ONLY) flags |= O_NONBLOCK;
   if ((access & 3) == 3) flags |= O_RDWR;
   else if (access & 2) flags |= O_WRONLY;
   else flags |= O_RDONLY;  // no access at all still needs a descriptor: read-only asks least
@@ -123,6 +139,9 @@ ZyrResult ZyrBasOsOpen(const char* path, std::uint32_t mode, std::uint32_t acces
     do fd = open(path, flags | otherwise);
     while (fd < 0 && errno == EINTR);
     if (fd >= 0) break;
+    // A FIFO without a reader, or a device without its driver, refuses a
+    // writer that does not wait: no file of ours.
+    if (errno == ENXIO && (options & ZYR_FILE_REGULAR_ONLY)) return ZYR_E_UNSUPPORTED_TYPE;
     if (errno != ENOENT || createFirst < 0) return LastError();
     // Gone between the two calls, or a link that leads nowhere: after a few
     // rounds, create through the link without learning who made the file.
@@ -132,10 +151,18 @@ ZyrResult ZyrBasOsOpen(const char* path, std::uint32_t mode, std::uint32_t acces
       if (fd < 0) return LastError();
     }
   }
+  if (options & ZYR_FILE_REGULAR_ONLY) {
+    ZyrResult r = RefuseIrregular(fd);
+    if (ZyrFailed(r)) {
+      close(fd);
+      return r;
+    }
+  }
   if (*created) {
     // The security layer decides what "shared by all" means for a file; a
     // failure leaves the umask's mode.
     if (options & ZYR_FILE_SHARED_BY_ALL) (void)ZyrBasOsApplySecurityForm(fd, ZYR_SECURITY_LOG_FILE, false);
+    else if (options & ZYR_FILE_READABLE_BY_ALL) (void)fchmod(fd, 0644);
     struct statx sx;
     if (statx(fd, "", AT_EMPTY_PATH, STATX_BTIME, &sx) == 0 && !(sx.stx_mask & STATX_BTIME)) {
       std::int64_t now = NtNow();
