@@ -43,6 +43,14 @@ void* ZyrBasAllocZero(std::size_t size) noexcept {
   return Advised(std::calloc(1, size ? size : 1), size);
 }
 
+void* ZyrBasAllocAligned(std::size_t alignment, std::size_t size) noexcept {
+  if (InjectedFailure()) return nullptr;
+  // The size is a multiple of the alignment, as the C library asks.
+  std::size_t rounded = (size + alignment - 1) & ~(alignment - 1);
+  if (rounded < size) return nullptr;
+  return Advised(std::aligned_alloc(alignment, rounded ? rounded : alignment), rounded);
+}
+
 void ZyrBasFree(void* block) noexcept { std::free(block); }
 
 void ZyrBasTestFailAllocationsAfter(long successes) noexcept {

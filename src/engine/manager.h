@@ -20,13 +20,14 @@
 #include "zyrlog/zyrlog.h"
 
 struct ZyrLogEvent;
+struct ZyrLogEventSource;
 class ZyrLogDispatcher;
 class ZyrTextStream;
 
 // The part of the manager that loggers know.
 class ZyrLogHierarchy {
  public:
-  virtual ZyrResult Dispatch(ZyrLoggerNode* logger, ZyrLogEvent& event);
+  virtual ZyrResult Dispatch(ZyrLoggerNode* logger, const ZyrLogEventSource& source);
   virtual ZyrResult ReportRolledFile(const char16_t* path);
   virtual ZyrResult WatchFolder(const char16_t* folder);
   virtual ~ZyrLogHierarchy() = default;
