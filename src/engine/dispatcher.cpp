@@ -265,8 +265,8 @@ void ZyrLogDispatcher::Deliver(ZyrLogQueueRecord& record) {
   if (ZyrFailed(r)) NoteWorkerFailure(r);
 }
 
-void ZyrLogDispatcher::NoteWorkerFailure(ZyrResult failure) {
-  workerFailedLines_.fetch_add(1, std::memory_order_relaxed);
+void ZyrLogDispatcher::NoteWorkerFailure(ZyrResult failure, std::uint64_t lines) {
+  workerFailedLines_.fetch_add(lines, std::memory_order_relaxed);
   // Append answers an appender's failure as a warning already; a failure to
   // finish the message is made one here, so that every caller hears of
   // the worker's trouble in one form.
@@ -280,7 +280,15 @@ std::uint64_t ZyrLogDispatcher::Drain() {
     ZyrBasBriefGuard queueGuard(queue_.Lock());
     range = queue_.TakeLocked();
   }
+  if (!range.count) return 0;
+  // The file appenders write each batch of lines in one write; the batch
+  // ends before the drain lock goes, so that no line of it waits for the
+  // next drain.
+  batch_.Begin();
   queue_.Walk(range, [this](ZyrLogQueueRecord& record) { Deliver(record); });
+  ZyrResult failure;
+  std::uint64_t lost = batch_.End(&failure);
+  if (lost) NoteWorkerFailure(failure, lost);
   return range.count;
 }
 

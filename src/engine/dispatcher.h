@@ -17,6 +17,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "appender/batch.h"
 #include "appender/housekeeper.h"
 #include "base/lock.h"
 #include "base/sync.h"
@@ -123,9 +124,9 @@ class ZyrLogDispatcher {
   void Deliver(ZyrLogQueueRecord& record);
   void DropRecord(ZyrLogQueueRecord& record);
   void HousekeepingTick();
-  // A line the worker could not write: counted, and its result kept for
+  // Lines the worker could not write: counted, and the result kept for
   // the next caller that enqueues.
-  void NoteWorkerFailure(ZyrResult failure);
+  void NoteWorkerFailure(ZyrResult failure, std::uint64_t lines = 1);
   // Pieces of the worker's loop.
   std::size_t ArmWatchers(ZyrBasWaitSet& longSet);
   void CheckForChanges();
@@ -163,6 +164,9 @@ class ZyrLogDispatcher {
   // The event that the draining thread composes queued records into, kept
   // so that its strings keep their room; under drainLock_.
   ZyrLogEvent drainEvent_;
+  // The lines the draining thread's file appenders hold back, written at
+  // the end of each drain; under drainLock_.
+  ZyrLogBatch batch_;
   // On the worker's road a caller learns nothing of the appenders at its
   // own call; what the worker could not write is told, as a warning, to
   // the next caller that enqueues, so that a failing log file is never
