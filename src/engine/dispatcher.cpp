@@ -114,8 +114,9 @@ ZyrResult ZyrLogDispatcher::Enqueue(ZyrLoggerNode* logger, const ZyrLogEventSour
   ZyrLogCapturePlan plan;
   if (!ZyrLogMeasureCapture(source, &plan)) return EnqueueComposed(logger, source);
   // Taken before the record's place: queue order and time order agree
-  // for the lines of one thread.
-  std::uint64_t timestamp = ZyrBasSystemTime();
+  // for the lines of one thread. A stamp, which the worker makes a time:
+  // the cycle counter costs the caller less than the clock.
+  std::uint64_t stamp = ZyrBasStamp();
   std::uint32_t threadId = ZyrBasCurrentThreadId();
   if (plan.bytes > 0xffffffffu - sizeof(ZyrLogQueueRecord)) return EnqueueComposed(logger, source);
   Admission admission;
@@ -124,7 +125,7 @@ ZyrResult ZyrLogDispatcher::Enqueue(ZyrLoggerNode* logger, const ZyrLogEventSour
   // Stop has passed its last drain since the road was chosen: the message
   // is written directly, without the queue.
   if (admission.direct) return DeliverDirect(logger, source);
-  ZyrLogWriteCapture(admission.record->Body(), source, plan, timestamp, threadId);
+  ZyrLogWriteCapture(admission.record->Body(), source, plan, stamp, threadId);
   return Publish(admission);
 }
 
@@ -227,7 +228,7 @@ void ZyrLogDispatcher::Deliver(ZyrLogQueueRecord& record) {
   switch (record.kind) {
     case ZyrLogRecordKind::kCapture:
       r = ZyrLogComposeCaptured(drainEvent_, *static_cast<const ZyrLogCapture*>(record.Body()),
-                                logger->NameData(), logger->NameLength());
+                                stampClock_, logger->NameData(), logger->NameLength());
       if (ZyrSucceeded(r)) r = DeliverEvent(logger, drainEvent_);
       break;
     case ZyrLogRecordKind::kEvent:
@@ -281,6 +282,7 @@ std::uint64_t ZyrLogDispatcher::Drain() {
     range = queue_.TakeLocked();
   }
   if (!range.count) return 0;
+  stampClock_.Anchor();
   // The file appenders write each batch of lines in one write; the batch
   // ends before the drain lock goes, so that no line of it waits for the
   // next drain.
@@ -417,6 +419,7 @@ ZyrResult ZyrLogDispatcher::Start() {
     ZyrResult r = queueEvent_.Create();
     if (ZyrFailed(r)) return r;
   }
+  ZyrBasStampStart();  // before the first stamp
   running_.store(1);
   ZyrResult r = worker_.Start(0);
   if (r == ZYR_E_TIMEOUT) return r;  // the worker runs already and goes on

@@ -21,6 +21,7 @@
 #include "appender/housekeeper.h"
 #include "base/lock.h"
 #include "base/sync.h"
+#include "base/time.h"
 #include "engine/change_monitor.h"
 #include "engine/queue.h"
 #include "records/event.h"
@@ -97,7 +98,10 @@ class ZyrLogDispatcher {
 
   // For tests of the queue's own rules: events queue up as with a worker,
   // but nothing serves them until Stop.
-  void TestQueueWithoutWorker() { running_.store(1); }
+  void TestQueueWithoutWorker() {
+    ZyrBasStampStart();
+    running_.store(1);
+  }
 
  private:
   // The outcome of asking the queue for room.
@@ -164,6 +168,7 @@ class ZyrLogDispatcher {
   // The event that the draining thread composes queued records into, kept
   // so that its strings keep their room; under drainLock_.
   ZyrLogEvent drainEvent_;
+  ZyrBasStampClock stampClock_;  // makes the callers' stamps times; under drainLock_
   // The lines the draining thread's file appenders hold back, written at
   // the end of each drain; under drainLock_.
   ZyrLogBatch batch_;

@@ -58,9 +58,9 @@ bool ZyrLogMeasureCapture(const ZyrLogEventSource& s, ZyrLogCapturePlan* plan) {
 }
 
 void ZyrLogWriteCapture(void* target, const ZyrLogEventSource& s, const ZyrLogCapturePlan& plan,
-                        std::uint64_t timestamp, std::uint32_t threadId) {
+                        std::uint64_t stamp, std::uint32_t threadId) {
   auto* c = static_cast<ZyrLogCapture*>(target);
-  c->timestamp = timestamp;
+  c->stamp = stamp;
   c->wideTexts = plan.format.wideTexts;
   c->severity = s.severity;
   c->line = s.line;
@@ -97,7 +97,8 @@ void ZyrLogWriteCapture(void* target, const ZyrLogEventSource& s, const ZyrLogCa
   c->textUnits = static_cast<std::uint32_t>(at - texts);
 }
 
-ZyrResult ZyrLogComposeCaptured(ZyrLogEvent& event, const ZyrLogCapture& c, const char16_t* loggerName,
+ZyrResult ZyrLogComposeCaptured(ZyrLogEvent& event, const ZyrLogCapture& c,
+                                const ZyrBasStampClock& clock, const char16_t* loggerName,
                                 std::size_t loggerNameLength) {
   const auto* stored = reinterpret_cast<const std::uint64_t*>(&c + 1);
   std::uint32_t slotCount = c.slotCount == kNone ? 0 : c.slotCount;
@@ -133,5 +134,5 @@ ZyrResult ZyrLogComposeCaptured(ZyrLogEvent& event, const ZyrLogCapture& c, cons
   // A format without an argument list is the message as it stands; with
   // one, even an empty one, it is printed.
   source.arguments = c.slotCount == kNone ? nullptr : slots;
-  return ZyrLogComposeEventAt(event, source, c.timestamp, c.threadId);
+  return ZyrLogComposeEventAt(event, source, clock.TimeOf(c.stamp), c.threadId);
 }

@@ -16,13 +16,14 @@
 #include <cstdint>
 
 #include "base/format.h"
+#include "base/time.h"
 #include "records/event.h"
 
 // The fixed part; the slots and then the texts (each terminated) follow it.
 struct ZyrLogCapture {
   static constexpr std::uint32_t kNone = 0xffffffffu;  // a length or count for a null source
 
-  std::uint64_t timestamp;
+  std::uint64_t stamp;  // ZyrBasStamp at the call
   std::uint64_t wideTexts;  // slots of copied texts: a null one stays 0, others hold 1 + its offset in units
   std::int32_t severity;
   std::uint32_t line;
@@ -54,10 +55,12 @@ bool ZyrLogMeasureCapture(const ZyrLogEventSource& source, ZyrLogCapturePlan* pl
 // Writes the capture that `plan` measured into `target`, plan.bytes bytes
 // aligned to 8.
 void ZyrLogWriteCapture(void* target, const ZyrLogEventSource& source, const ZyrLogCapturePlan& plan,
-                        std::uint64_t timestamp, std::uint32_t threadId);
+                        std::uint64_t stamp, std::uint32_t threadId);
 // Composes the event from a capture, as ZyrLogComposeEvent would have at
-// the call, with the name of the logger it was written through.
+// the call, with the name of the logger it was written through; `clock`
+// makes the call's stamp its time.
 ZyrResult ZyrLogComposeCaptured(ZyrLogEvent& event, const ZyrLogCapture& capture,
-                                const char16_t* loggerName, std::size_t loggerNameLength);
+                                const ZyrBasStampClock& clock, const char16_t* loggerName,
+                                std::size_t loggerNameLength);
 
 #endif
