@@ -78,6 +78,26 @@ std::uint64_t SystemClock() {
 }
 }  // namespace
 
+namespace {
+// Counter and clock read together: the clock between two counter readings
+// that lie close, so that a thread preempted between the two clocks'
+// readings does not skew the relation by its time off the processor.
+void ReadPair(std::uint64_t* count, std::uint64_t* clock) {
+  std::uint64_t closest = ~std::uint64_t{0};
+  for (int attempt = 0; attempt < 16; ++attempt) {
+    std::uint64_t before = ZyrBasOsCycleCounter();
+    std::uint64_t time = SystemClock();
+    std::uint64_t spread = ZyrBasOsCycleCounter() - before;
+    if (spread < closest) {
+      closest = spread;
+      *count = before + spread / 2;
+      *clock = time;
+    }
+    if (spread < 20000) return;  // some microseconds at most
+  }
+}
+}  // namespace
+
 std::uint64_t ZyrBasSystemTime() {
   return SystemClock() + static_cast<std::uint64_t>(g_clockOffset.load(std::memory_order_relaxed));
 }
@@ -88,8 +108,7 @@ void ZyrBasStampStart() {
   if (g_stampKind.load(std::memory_order_relaxed) != kStampsUnknown) return;
   bool cycles = ZyrBasOsCycleCounterKeepsTime();
   if (cycles) {
-    g_stampBaseCount = ZyrBasOsCycleCounter();
-    g_stampBaseTime = SystemClock();
+    ReadPair(&g_stampBaseCount, &g_stampBaseTime);
   }
   g_stampKind.store(cycles ? kStampsCycles : kStampsTime, std::memory_order_release);
 }
@@ -103,8 +122,8 @@ void ZyrBasStampClock::Anchor() {
   cycles_ = g_stampKind.load(std::memory_order_acquire) == kStampsCycles;
   if (!cycles_) return;
   double rate = g_ticksPerCount.load(std::memory_order_acquire);
-  anchorCount_ = ZyrBasOsCycleCounter();
-  std::uint64_t clock = SystemClock();
+  std::uint64_t clock;
+  ReadPair(&anchorCount_, &clock);
   if (rate == 0) {
     ZyrBasSpinGuard guard(g_stampLock);
     rate = g_ticksPerCount.load(std::memory_order_relaxed);
@@ -112,10 +131,7 @@ void ZyrBasStampClock::Anchor() {
       // A baseline of 20 ms at least: the two clock readings differ by some
       // 50 ns from their true relation, so the rate is good to a few parts
       // in a million, and a stamp a second old is placed within microseconds.
-      while (clock - g_stampBaseTime < kCalibrationTicks) {
-        anchorCount_ = ZyrBasOsCycleCounter();
-        clock = SystemClock();
-      }
+      while (clock - g_stampBaseTime < kCalibrationTicks) ReadPair(&anchorCount_, &clock);
       rate = static_cast<double>(clock - g_stampBaseTime) /
              static_cast<double>(anchorCount_ - g_stampBaseCount);
       g_ticksPerCount.store(rate, std::memory_order_release);

@@ -112,7 +112,7 @@ ZyrResult ZyrLogDispatcher::Dispatch(ZyrLoggerNode* logger, const ZyrLogEventSou
 
 ZyrResult ZyrLogDispatcher::Enqueue(ZyrLoggerNode* logger, const ZyrLogEventSource& source) {
   ZyrLogCapturePlan plan;
-  if (!ZyrLogMeasureCapture(source, &plan)) return EnqueueComposed(logger, source);
+  if (!ZyrLogMeasureCapture(source, texts_, &plan)) return EnqueueComposed(logger, source);
   // Taken before the record's place: queue order and time order agree
   // for the lines of one thread. A stamp, which the worker makes a time:
   // the cycle counter costs the caller less than the clock.
@@ -490,6 +490,7 @@ void ZyrLogDispatcher::ForkChild() {
   drainLock_.RenewAfterFork();
   watchLock_.RenewAfterFork();
   queue_.Lock().RenewAfterFork();
+  texts_.RenewAfterFork();
   running_.store(0);
   worker_.ForgetAfterFork();
   workerStarted_ = 0;

@@ -25,6 +25,7 @@
 #include "engine/change_monitor.h"
 #include "engine/queue.h"
 #include "records/event.h"
+#include "records/text_pool.h"
 
 class ZyrLoggerNode;
 class ZyrLogDispatcher;
@@ -149,7 +150,11 @@ class ZyrLogDispatcher {
   std::uint8_t workerStarted_ = 0;
   // Drainers take turns: the worker between its batches, Flush, Stop.
   ZyrBasCriticalSection drainLock_;
+  // Formats and file names that queued messages refer to: declared before
+  // the queue, so that it outlives every record.
+  ZyrLogTextPool texts_;
   ZyrLogQueue queue_;
+
   ZyrBasEvent queueEvent_;  // set by a caller that finds the worker asleep
   std::atomic<std::uint32_t> running_{0};
   ZyrLoggerNode* noticeLogger_;

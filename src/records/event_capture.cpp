@@ -23,28 +23,47 @@ char16_t* Put(char16_t* at, const char16_t* text, std::uint32_t length) {
 
 }  // namespace
 
-bool ZyrLogMeasureCapture(const ZyrLogEventSource& s, ZyrLogCapturePlan* plan) {
+bool ZyrLogMeasureCapture(const ZyrLogEventSource& s, ZyrLogTextPool& pool, ZyrLogCapturePlan* plan) {
   // A typed list is walked at the call: its texts hide in tagged slots.
   if (s.arguments && !s.format && (s.logFlags & ZYR_LOGGER_PUBLIC)) return false;
   std::size_t units = 0;
-  if (s.arguments) {
-    if (!ZyrBasPlanFormat(s.format ? s.format : u"", &plan->format)) return false;
-    std::uint64_t texts = plan->format.wideTexts;
-    for (std::uint32_t i = 0, n = 0; texts; ++i, texts >>= 1) {
-      if (!(texts & 1)) continue;
-      const auto* text = reinterpret_cast<const char16_t*>(static_cast<std::uintptr_t>(s.arguments[i]));
-      // A null text prints "(null)": the null slot is kept as it is.
-      std::uint32_t length = LengthOf(text);
-      plan->textLengths[n++] = length;
-      units += UnitsOf(length);
+  plan->keptFormat = nullptr;
+  plan->format = ZyrBasFormatPlan{};
+  if (s.format) {
+    // A kept format was planned when it was kept; a new one is planned and
+    // kept, whether or not it can be captured.
+    const ZyrLogKeptText* kept = pool.Find(s.format);
+    bool capturable;
+    if (kept) {
+      capturable = kept->planned;
+      plan->format = kept->plan;
+      plan->format.length = kept->length;
+    } else {
+      capturable = ZyrBasPlanFormat(s.format, &plan->format);
+      if (!capturable) plan->format.length = ZyrBasStrLen(s.format);
+      kept = pool.Keep(s.format, plan->format.length, capturable ? &plan->format : nullptr);
     }
-    units += s.format ? plan->format.length + 1 : 0;
-  } else {
-    plan->format.slotCount = 0;
-    plan->format.wideTexts = 0;
-    plan->format.length = s.format ? ZyrBasStrLen(s.format) : 0;
-    units += s.format ? plan->format.length + 1 : 0;
+    if (s.arguments && !capturable) return false;
+    if (s.arguments) {
+      std::uint64_t texts = plan->format.wideTexts;
+      for (std::uint32_t i = 0, n = 0; texts; ++i, texts >>= 1) {
+        if (!(texts & 1)) continue;
+        const auto* text = reinterpret_cast<const char16_t*>(static_cast<std::uintptr_t>(s.arguments[i]));
+        // A null text prints "(null)": the null slot is kept as it is.
+        std::uint32_t length = LengthOf(text);
+        plan->textLengths[n++] = length;
+        units += UnitsOf(length);
+      }
+    } else {
+      plan->format.slotCount = 0;
+      plan->format.wideTexts = 0;
+    }
+    plan->keptFormat = kept;
+    if (!kept) units += plan->format.length + 1;
   }
+  // Without a format an argument list reads no slot (an empty format).
+  // A file name is short: copying it costs less than comparing it with a
+  // kept one.
   plan->fileNameLength = LengthOf(s.fileName);
   plan->revisionLength = LengthOf(s.revisionText);
   plan->preambleLength = s.preamble && *s.preamble ? LengthOf(s.preamble) : kNone;
@@ -61,6 +80,7 @@ void ZyrLogWriteCapture(void* target, const ZyrLogEventSource& s, const ZyrLogCa
                         std::uint64_t stamp, std::uint32_t threadId) {
   auto* c = static_cast<ZyrLogCapture*>(target);
   c->stamp = stamp;
+  c->keptFormat = plan.keptFormat ? plan.keptFormat->Text() : nullptr;
   c->wideTexts = plan.format.wideTexts;
   c->severity = s.severity;
   c->line = s.line;
@@ -79,7 +99,7 @@ void ZyrLogWriteCapture(void* target, const ZyrLogEventSource& s, const ZyrLogCa
   std::uint32_t slotCount = s.arguments ? plan.format.slotCount : 0;
   char16_t* texts = reinterpret_cast<char16_t*>(slots + slotCount);
   char16_t* at = texts;
-  at = Put(at, s.format, c->formatLength);
+  if (!c->keptFormat) at = Put(at, s.format, c->formatLength);
   at = Put(at, s.fileName, c->fileNameLength);
   at = Put(at, s.revisionText, c->revisionLength);
   at = Put(at, s.preamble, c->preambleLength);
@@ -121,7 +141,7 @@ ZyrResult ZyrLogComposeCaptured(ZyrLogEvent& event, const ZyrLogCapture& c,
   source.loggerName = loggerName;
   source.loggerNameLength = loggerNameLength;
   source.severity = c.severity;
-  source.format = take(c.formatLength);
+  source.format = c.keptFormat ? c.keptFormat : take(c.formatLength);
   source.fileName = take(c.fileNameLength);
   source.line = c.line;
   source.buildNr = c.buildNr;

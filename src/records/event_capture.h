@@ -1,7 +1,8 @@
 // A message captured at the call, to be composed later on the worker: the
-// caller's format and a copy of its argument slots, with the texts that the
-// slots point to copied too, the file name, revision and preamble copied,
-// and time and thread taken at the call. Composed from the capture, the
+// caller's format (the text pool's copy, or one of its own) and a copy of
+// its argument slots, with the texts that the slots point to copied too,
+// the file name, revision and preamble copied, and time and thread taken
+// at the call. Composed from the capture, the
 // event reads exactly as if it had been composed at the call, while the
 // caller pays for copies instead of the formatting.
 //
@@ -18,12 +19,14 @@
 #include "base/format.h"
 #include "base/time.h"
 #include "records/event.h"
+#include "records/text_pool.h"
 
 // The fixed part; the slots and then the texts (each terminated) follow it.
 struct ZyrLogCapture {
   static constexpr std::uint32_t kNone = 0xffffffffu;  // a length or count for a null source
 
   std::uint64_t stamp;  // ZyrBasStamp at the call
+  const char16_t* keptFormat;  // as the text pool keeps it; null: copied behind
   std::uint64_t wideTexts;  // slots of copied texts: a null one stays 0, others hold 1 + its offset in units
   std::int32_t severity;
   std::uint32_t line;
@@ -46,12 +49,14 @@ struct ZyrLogCapturePlan {
   static constexpr std::size_t kMaxSlots = 64;
   std::size_t bytes;  // the whole capture, a multiple of 8
   ZyrBasFormatPlan format;
+  const ZyrLogKeptText* keptFormat;
   std::uint32_t fileNameLength, revisionLength, preambleLength;
   std::uint32_t textLengths[kMaxSlots];  // of the slots in format.wideTexts, in slot order
 };
 
 // False when the message is not captured and must be composed at the call.
-bool ZyrLogMeasureCapture(const ZyrLogEventSource& source, ZyrLogCapturePlan* plan);
+// The format is looked for in `pool`, and kept there when it is not yet.
+bool ZyrLogMeasureCapture(const ZyrLogEventSource& source, ZyrLogTextPool& pool, ZyrLogCapturePlan* plan);
 // Writes the capture that `plan` measured into `target`, plan.bytes bytes
 // aligned to 8.
 void ZyrLogWriteCapture(void* target, const ZyrLogEventSource& source, const ZyrLogCapturePlan& plan,

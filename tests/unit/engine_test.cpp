@@ -271,6 +271,32 @@ TEST(Dispatcher, AQueuedLineReadsAsIfComposedAtTheCall) {
   EXPECT_LE(time / 10000, after);
 }
 
+// Formats are kept by address and taken only while their units are the
+// same: a buffer filled anew between calls is read anew, both as format
+// and as file name.
+TEST(Dispatcher, AFormatBufferFilledAnewIsReadAnew) {
+  EngineFixture f;
+  ZyrLoggerNode* q = f.Logger(u"q");
+  RecordingAppender* app = f.Attach(q, u"rec");
+  f.Dispatcher().TestQueueWithoutWorker();
+  char16_t format[] = u"one %d";
+  struct Call {
+    const char16_t* format;
+    std::uint64_t slot;
+  } calls[] = {{u"one %d", 1}, {u"two %s", ZyrBasSlotFromPointer(u"x")}, {u"one %d", 3}};
+  for (const Call& call : calls) {
+    std::u16string(call.format).copy(format, 6);
+    ASSERT_EQ(q->LogShort(ZYR_SEVERITY_INFO, format, format, 0, 0, 0, 0, &call.slot), ZYR_OK);
+  }
+  f.manager->StopDispatcher();
+  std::vector<std::u16string> lines = app->Lines();
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_EQ(MessageOf(lines[0]), u"one 1");
+  EXPECT_EQ(MessageOf(lines[1]), u"two x");
+  EXPECT_EQ(MessageOf(lines[2]), u"one 3");
+  EXPECT_NE(lines[1].find(u"ID:two %s:"), std::u16string::npos) << zyrtest::Narrow(lines[1]);
+}
+
 // On the worker's road the caller learns nothing at its own call; what the
 // worker could not write comes back, once, to the next caller.
 TEST(Dispatcher, WhatTheWorkerCannotWriteIsToldToTheNextCaller) {
