@@ -129,6 +129,8 @@ class ZyrLogQueue {
   static ZyrLogQueueBlock* NewBlock(std::uint32_t bytes);
   static void FreeBlock(ZyrLogQueueBlock* block);
   static void WaitReady(const ZyrLogQueueRecord* record);
+  template <class Visit, class Leave>
+  static void Pass(ZyrLogQueuePlace from, const ZyrLogQueuePlace& end, Visit visit, Leave leave);
   // Moves the tail to a free block that holds `size`; false when none does.
   bool AdvanceLocked(std::uint32_t size);
   void PutFreeLocked(ZyrLogQueueBlock* block);
@@ -158,49 +160,58 @@ inline ZyrLogQueueRecord* ZyrLogQueue::At(const ZyrLogQueuePlace& place) {
   return reinterpret_cast<ZyrLogQueueRecord*>(place.block->Data() + place.offset);
 }
 
+// Visits the records from `from` up to `end` in order, then gives each
+// block that the walk left behind, the end's block excepted, to `leave`.
+template <class Visit, class Leave>
+void ZyrLogQueue::Pass(ZyrLogQueuePlace from, const ZyrLogQueuePlace& end, Visit visit, Leave leave) {
+  for (ZyrLogQueuePlace at = from;;) {
+    std::uint32_t stop = at.block == end.block ? end.offset : at.block->filled;
+    while (at.offset < stop) {
+      ZyrLogQueueRecord* record = At(at);
+      std::uint32_t size = record->size;  // written with the reservation
+      visit(*record);
+      at.offset += size;
+    }
+    if (at.block == end.block) return;
+    ZyrLogQueueBlock* left = at.block;
+    at = {left->next, 0};
+    leave(left);
+  }
+}
+
 template <class Visit>
 void ZyrLogQueue::CutLocked(std::uint64_t keep, Visit visit) {
   if (keep >= activeCount_) return;
   std::uint64_t index = nextIndex_ - activeCount_ + keep;
   ZyrLogQueuePlace cut = FindLocked(index);
-  for (ZyrLogQueuePlace at = cut;;) {
-    std::uint32_t end = at.block == tail_.block ? tail_.offset : at.block->filled;
-    while (at.offset < end) {
-      ZyrLogQueueRecord* record = At(at);
-      WaitReady(record);
-      std::uint32_t size = record->size;
-      visit(*record);
-      at.offset += size;
-    }
-    if (at.block == tail_.block) break;
-    at = {at.block->next, 0};
-  }
+  Pass(
+      cut, tail_,
+      [&](ZyrLogQueueRecord& record) {
+        WaitReady(&record);
+        visit(record);
+      },
+      [](ZyrLogQueueBlock*) {});
   RewindLocked(cut, index);
 }
 
 template <class Visit>
 void ZyrLogQueue::Walk(const ZyrLogQueueRange& range, Visit visit) {
   if (!range.count) return;
+  // Every record of a block before the end block was in this range: the
+  // block is nobody's any more.
   ZyrLogQueueBlock* passed = nullptr;
   std::size_t blocks = 0;
-  for (ZyrLogQueuePlace at = range.first;;) {
-    std::uint32_t end = at.block == range.end.block ? range.end.offset : at.block->filled;
-    while (at.offset < end) {
-      ZyrLogQueueRecord* record = At(at);
-      WaitReady(record);
-      std::uint32_t size = record->size;
-      visit(*record);
-      at.offset += size;
-    }
-    if (at.block == range.end.block) break;
-    // Every record of a block before the end block was in this range: the
-    // block is nobody's any more.
-    ZyrLogQueueBlock* next = at.block->next;
-    at.block->next = passed;
-    passed = at.block;
-    ++blocks;
-    at = {next, 0};
-  }
+  Pass(
+      range.first, range.end,
+      [&](ZyrLogQueueRecord& record) {
+        WaitReady(&record);
+        visit(record);
+      },
+      [&](ZyrLogQueueBlock* block) {
+        block->next = passed;
+        passed = block;
+        ++blocks;
+      });
   ZyrBasBriefGuard guard(lock_);
   if (blocks > neededSinceTend_) neededSinceTend_ = blocks;
   while (passed) {
@@ -213,18 +224,13 @@ void ZyrLogQueue::Walk(const ZyrLogQueueRange& range, Visit visit) {
 template <class Visit>
 void ZyrLogQueue::DropAll(Visit visit) {
   if (tail_.block) {
-    for (ZyrLogQueuePlace at = active_;;) {
-      std::uint32_t end = at.block == tail_.block ? tail_.offset : at.block->filled;
-      while (at.offset < end) {
-        ZyrLogQueueRecord* record = At(at);
-        if (record->Ready()) visit(*record);
-        at.offset += record->size;
-      }
-      ZyrLogQueueBlock* next = at.block == tail_.block ? nullptr : at.block->next;
-      FreeBlock(at.block);
-      if (!next) break;
-      at = {next, 0};
-    }
+    Pass(
+        active_, tail_,
+        [&](ZyrLogQueueRecord& record) {
+          if (record.Ready()) visit(record);
+        },
+        [](ZyrLogQueueBlock* block) { FreeBlock(block); });
+    FreeBlock(tail_.block);
   }
   tail_ = active_ = ZyrLogQueuePlace{};
   activeCount_ = 0;
