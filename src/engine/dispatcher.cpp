@@ -274,7 +274,9 @@ void ZyrLogDispatcher::NoteWorkerFailure(ZyrResult failure, std::uint64_t lines)
   workerFailure_.store(ZyrResultAsWarning(failure), std::memory_order_relaxed);
 }
 
-std::uint64_t ZyrLogDispatcher::Drain() {
+std::uint64_t ZyrLogDispatcher::Drain() { return DrainBatch(false); }
+
+std::uint64_t ZyrLogDispatcher::DrainBatch(bool tend) {
   ZyrBasLockGuard guard(drainLock_);
   ZyrLogQueueRange range;
   {
@@ -291,6 +293,9 @@ std::uint64_t ZyrLogDispatcher::Drain() {
   ZyrResult failure;
   std::uint64_t lost = batch_.End(&failure);
   if (lost) NoteWorkerFailure(failure, lost);
+  // Under the drain lock, which a fork holds: the child never inherits an
+  // allocation half done by the worker.
+  if (tend) queue_.Tend(1);
   return range.count;
 }
 
@@ -307,11 +312,8 @@ std::uint64_t ZyrLogDispatcher::Drain() {
 // without lines does it announce that it sleeps, and the next caller sets
 // the queue event.
 ZyrResult ZyrLogDispatcher::Run() {
-  ZyrBasWaitSet longSet, shortSet;
-  for (ZyrBasWaitSet* set : {&longSet, &shortSet}) {
-    (void)set->Add(worker_.StopReference());
-    (void)set->Add(queueEvent_);
-  }
+  ZyrBasWaitSet& longSet = longSet_;
+  ZyrBasWaitSet& shortSet = shortSet_;
   std::size_t unarmed = ArmWatchers(longSet);
   // A folder that could not be armed (inotify used up, say) is looked at by
   // polling, once a second on the worker's own clock, as without the
@@ -327,8 +329,7 @@ ZyrResult ZyrLogDispatcher::Run() {
   bool settling = false;
   for (;;) {
     HousekeepingTick();
-    std::uint64_t taken = Drain();
-    queue_.Tend(1);
+    std::uint64_t taken = DrainBatch(true);
     // The watch list is passed over only when there is something to arm,
     // so that a busy queue takes no lock for it.
     if (unarmed || newFolders_.load(std::memory_order_relaxed)) unarmed = ArmWatchers(longSet);
@@ -420,6 +421,18 @@ ZyrResult ZyrLogDispatcher::Start() {
     if (ZyrFailed(r)) return r;
   }
   ZyrBasStampStart();  // before the first stamp
+  // The worker's wait sets are made here, not on the worker: what the
+  // worker allocates outside the locks that a fork holds could be half done
+  // in a forked child, whose allocator would then never be free again.
+  bool alive = workerStarted_ && worker_.Wait(0) == ZYR_W_TIMEOUT;
+  if (!alive) {
+    for (ZyrBasWaitSet* set : {&longSet_, &shortSet_}) {
+      set->Clear();
+      ZyrResult r = set->Add(worker_.StopReference());
+      if (ZyrSucceeded(r)) r = set->Add(queueEvent_);
+      if (ZyrFailed(r)) return r;
+    }
+  }
   running_.store(1);
   ZyrResult r = worker_.Start(0);
   if (r == ZYR_E_TIMEOUT) return r;  // the worker runs already and goes on

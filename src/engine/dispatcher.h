@@ -112,6 +112,8 @@ class ZyrLogDispatcher {
     bool wake = false;    // the worker sleeps: the caller sets the queue event
   };
 
+  // The worker's drain also keeps free blocks ready for the callers.
+  std::uint64_t DrainBatch(bool tend);
   ZyrResult Enqueue(ZyrLoggerNode* logger, const ZyrLogEventSource& source);
   // A message that is not captured is composed at the call and its event
   // moved into the record.
@@ -143,6 +145,10 @@ class ZyrLogDispatcher {
   std::atomic<std::uint32_t> lastHousekeeping_;
   ZyrLogHousekeeper housekeeper_;  // waits for its requests when destroyed
   ZyrLogWorker worker_;
+  // The worker's two wait sets: the long one with the armed folders, the
+  // short one with the stop and queue events only. Made by Start.
+  ZyrBasWaitSet longSet_;
+  ZyrBasWaitSet shortSet_;
   // Serialises Start and Stop: the worker's thread object is made, waited
   // for and released there, and two threads doing that at once would
   // release one thread object twice. Never taken by the worker itself.
