@@ -19,6 +19,10 @@
 
 #include "zyrlog/log.h"
 #include "zyrlog/zyrlog.h"
+// The file name that the contract's calls below pass, so that both doors
+// write the same line.
+#define ZYRLOG_FILE u"compare.cpp"
+#include "zyrlog/zyrlog.hpp"
 
 namespace {
 
@@ -35,9 +39,35 @@ std::u16string Widen(const std::string& ascii) { return std::u16string(ascii.beg
   return failed;
 }
 
+// A ROAD that ends in "-front" (null-front, file-front, ...) writes the same
+// message through the C++ front door (zyrlog/zyrlog.hpp) with its text in
+// UTF-8; "-front16" with the text in UTF-16, as the contract's macro passes
+// it.
+enum class Door { kContract, kFront, kFront16 };
+
+// The front door counts failed calls in its handle.
+template <Door kDoor>
+[[gnu::noinline]] void FrontLines(const zyrlog::Logger& logger, std::uint32_t from, std::uint32_t count) {
+  for (std::uint32_t s = from; s < from + count; ++s) {
+    if constexpr (kDoor == Door::kFront)
+      ZYRLOG_INFO(logger, "request {} from worker {} for {}", static_cast<int>(s), 0, "client-7");
+    else
+      ZYRLOG_INFO(logger, "request {} from worker {} for {}", static_cast<int>(s), 0, u"client-7");
+  }
+}
+
+int AnyLines(ZyrLogger* logger, const zyrlog::Logger& front, Door door, std::uint32_t from,
+             std::uint32_t count) {
+  if (door == Door::kFront) FrontLines<Door::kFront>(front, from, count);
+  else if (door == Door::kFront16) FrontLines<Door::kFront16>(front, from, count);
+  else return Lines(logger, from, count);
+  return 0;
+}
+
 // The measured part, by name for --toggle-collect.
-[[gnu::noinline]] int RoadMeasured(IZyrLog* log, ZyrLogger* logger, std::uint32_t count, bool queue) {
-  int failed = Lines(logger, 1000, count);
+[[gnu::noinline]] int RoadMeasured(IZyrLog* log, ZyrLogger* logger, const zyrlog::Logger& front,
+                                   Door door, std::uint32_t count, bool queue) {
+  int failed = AnyLines(logger, front, door, 1000, count);
   if (queue) log->StopDispatcher();
   return failed;
 }
@@ -50,6 +80,15 @@ int main(int argc, char** argv) {
     return 2;
   }
   std::string road = argv[1];
+  Door door = Door::kContract;
+  for (auto [suffix, which] : {std::pair{"-front16", Door::kFront16}, std::pair{"-front", Door::kFront}}) {
+    std::string tail = suffix;
+    if (road.size() > tail.size() && road.compare(road.size() - tail.size(), tail.size(), tail) == 0) {
+      road.resize(road.size() - tail.size());
+      door = which;
+      break;
+    }
+  }
   std::uint32_t count = static_cast<std::uint32_t>(std::strtoul(argv[2], nullptr, 10));
   std::string folder = argc > 3 ? argv[3] : "/tmp/zyr-road-count";
   mkdir(folder.c_str(), 0755);
@@ -69,10 +108,15 @@ int main(int argc, char** argv) {
   if (ZyrFailed(ZyrGetLogObject(&IID_IZyrLog, &log)) || ZyrFailed(log->LoadConfigText(text.c_str())) ||
       ZyrFailed(log->GetLogger(&logger, u"bench")))
     return std::fprintf(stderr, "setup failed\n"), 1;
+  zyrlog::Log frontLog;
+  zyrlog::Logger front = frontLog.GetLogger("bench");
   bool queue = road == "queue";
   if (queue && ZyrFailed(log->StartDispatcher())) return std::fprintf(stderr, "no worker\n"), 1;
-  int failed = Lines(logger, 0, 1000);
-  failed += RoadMeasured(log, logger, count, queue);
+  int failed = AnyLines(logger, front, door, 0, 1000);
+  failed += RoadMeasured(log, logger, front, door, count, queue);
+  failed += static_cast<int>(frontLog.FailedCalls());
+  frontLog.Close();
+  front = zyrlog::Logger();
   ZyrReleaseLogObject(&IID_IZyrLog, log);
   if (failed) std::fprintf(stderr, "%d calls failed\n", failed);
   return failed ? 1 : 0;

@@ -1,4 +1,4 @@
-# Install rules: the public headers, zyrloga.so with its SONAME and version
+# Install rules: the public headers (the contract's and the front door's), zyrloga.so with its SONAME and version
 # links, libzyrloga.so for -lzyrloga, a CMake package (find_package(zyrlog)
 # gives zyrlog::zyrlog) and zyrlog.pc for pkg-config.
 include(CMakePackageConfigHelpers)
@@ -27,6 +27,26 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/zyrlogConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/zyrlogConfig.cmake ${PROJECT_BINARY_DIR}/zyrlogConfigVersion.cmake
   DESTINATION ${ZYR_CMAKE_DIR} COMPONENT development)
 
-configure_file(${CMAKE_CURRENT_LIST_DIR}/zyrlog.pc.in ${PROJECT_BINARY_DIR}/zyrlog.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/zyrlog.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+# zyrlog.pc is written when it is installed, since `cmake --install --prefix`
+# may choose another prefix than the configure step did. Folders below the
+# prefix are given as ${prefix}/..., absolute ones as they are.
+set(ZYR_PC_DIRS "")
+foreach(kind LIBDIR INCLUDEDIR)
+  if(IS_ABSOLUTE "${CMAKE_INSTALL_${kind}}")
+    string(APPEND ZYR_PC_DIRS "set(ZYR_PC_${kind} \"${CMAKE_INSTALL_${kind}}\")\n")
+  else()
+    string(APPEND ZYR_PC_DIRS "set(ZYR_PC_${kind} \"\\\${prefix}/${CMAKE_INSTALL_${kind}}\")\n")
+  endif()
+endforeach()
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+  set(ZYR_PC_DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+else()
+  set(ZYR_PC_DESTINATION "\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+endif()
+install(CODE "
+  set(PROJECT_VERSION \"${PROJECT_VERSION}\")
+  set(ZYR_PC_PREFIX \"\${CMAKE_INSTALL_PREFIX}\")
+  ${ZYR_PC_DIRS}
+  configure_file(\"${CMAKE_CURRENT_LIST_DIR}/zyrlog.pc.in\" \"${PROJECT_BINARY_DIR}/zyrlog.pc\" @ONLY)
+  file(INSTALL \"${PROJECT_BINARY_DIR}/zyrlog.pc\" DESTINATION \"${ZYR_PC_DESTINATION}\")
+" COMPONENT development)

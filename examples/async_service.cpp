@@ -1,6 +1,6 @@
 // An asynchronous service: worker threads log through the queue, so a
-// caller never waits for the disk; StopDispatcher writes out everything
-// queued before it returns, so nothing accepted is lost.
+// caller never waits for the disk; StopWorker writes out everything queued
+// before it returns, so nothing accepted is lost.
 //
 //   async_service CONFIG_FOLDER LOG_FOLDER
 #include <string>
@@ -11,34 +11,32 @@
 
 int main(int argc, char** argv) {
   if (argc != 3) return std::fprintf(stderr, "usage: async_service CONFIG_FOLDER LOG_FOLDER\n"), 2;
-  std::u16string configFolder = example::U16(argv[1]), logFolder = example::U16(argv[2]);
-
-  IZyrLog* log = nullptr;
-  if (!example::Check(ZyrGetLogObject(&IID_IZyrLog, &log), "ZyrGetLogObject")) return 1;
-  // Relative names: the configuration file below configFolder, the log
-  // file below logFolder.
-  if (!example::Check(log->SetFolders(configFolder.c_str(), logFolder.c_str(), 0), "SetFolders") ||
-      !example::Check(log->LoadConfigFile(u"async_service.cfg"), "LoadConfigFile"))
+  zyrlog::Log log;
+  // Relative names: the configuration file below CONFIG_FOLDER, the log
+  // file below LOG_FOLDER.
+  if (!example::Check(log.Status(), "getting the log object") ||
+      !example::Check(log.SetFolders(argv[1], argv[2]), "SetFolders") ||
+      !example::Check(log.LoadConfigFile("async_service.cfg"), "LoadConfigFile"))
     return 1;
 
   // One worker thread for the whole process writes; callers only queue.
-  if (!example::Check(log->StartDispatcher(), "StartDispatcher")) return 1;
+  if (!example::Check(log.StartWorker(), "StartWorker")) return 1;
   constexpr int kThreads = 4, kRequests = 2000;
   std::vector<std::thread> workers;
   for (int t = 0; t < kThreads; ++t) {
-    workers.emplace_back([log, t] {
-      ZyrLogger* logger = nullptr;
-      std::u16string name = u"service.worker" + example::U16(std::to_string(t));
-      if (ZyrFailed(log->GetLogger(&logger, name.c_str()))) return;
+    workers.emplace_back([&log, t] {
+      zyrlog::Logger logger = log.GetLogger("service.worker" + std::to_string(t));
       for (int i = 0; i < kRequests; ++i) {
-        ZYR_INFO(logger, u"request %d handled by worker %d", i, t);
-        ZYR_DEBUG(logger, u"below INFO: one read of the threshold, nothing queued");
+        ZYRLOG_INFO(logger, "request {} handled by worker {}", i, t);
+        ZYRLOG_DEBUG(logger, "below INFO: one read of the threshold, nothing queued");
       }
     });
   }
   for (std::thread& worker : workers) worker.join();
-  log->StopDispatcher();  // drains the queue: every accepted line is in the file now
-  ZyrReleaseLogObject(&IID_IZyrLog, log);
+  log.StopWorker();  // drains the queue: every accepted line is in the file now
+  if (log.FailedCalls() != 0)
+    std::fprintf(stderr, "%llu calls failed, the last with %s\n",
+                 static_cast<unsigned long long>(log.FailedCalls()), log.LastFailure().Describe().c_str());
 
   std::string path = std::string(argv[2]) + "/service.log";
   std::size_t lines = example::Count(example::ReadFile(path), "MSG:request ");

@@ -9,18 +9,16 @@
 
 int main(int argc, char** argv) {
   if (argc != 3) return std::fprintf(stderr, "usage: custom_layout CONFIG_FOLDER LOG_FOLDER\n"), 2;
-  std::u16string configFolder = example::U16(argv[1]), logFolder = example::U16(argv[2]);
-  IZyrLog* log = nullptr;
-  ZyrLogger* logger = nullptr;
-  if (!example::Check(ZyrGetLogObject(&IID_IZyrLog, &log), "ZyrGetLogObject") ||
-      !example::Check(log->SetFolders(configFolder.c_str(), logFolder.c_str(), 0), "SetFolders") ||
-      !example::Check(log->LoadConfigFile(u"custom_layout.cfg"), "LoadConfigFile") ||
-      !example::Check(log->GetLogger(&logger, u"report.daily"), "GetLogger"))
+  zyrlog::Log log;
+  if (!example::Check(log.Status(), "getting the log object") ||
+      !example::Check(log.SetFolders(argv[1], argv[2]), "SetFolders") ||
+      !example::Check(log.LoadConfigFile("custom_layout.cfg"), "LoadConfigFile"))
     return 1;
-  ZYR_INFO(logger, u"%d orders, %.2f in total", 17, 1234.5);
-  ZYR_DEBUG(logger, u"cache hit rate %d%%", 93);
-  log->Flush();  // closes the file: the footer is written, the next line reopens it
-  ZyrReleaseLogObject(&IID_IZyrLog, log);
+  zyrlog::Logger logger = log.GetLogger("report.daily");
+  ZYRLOG_INFO(logger, "{} orders, {:.2f} in total", 17, 1234.5);
+  ZYRLOG_DEBUG(logger, "cache hit rate {}%", 93);
+  log.Flush();  // closes the file: the footer is written, the next line reopens it
+  log.Close();
 
   std::string text = example::ReadFile(std::string(argv[2]) + "/custom_layout.log");
   std::printf("%s", text.c_str() + (text.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0));

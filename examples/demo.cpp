@@ -1,58 +1,57 @@
-// zyrlog demo: a client gets a log object, logs through the built-in
+// zyrlog demo: a program gets a log object, logs through the built-in
 // default configuration (a rolling "common.log" in the user's log folder),
 // flushes, and shows the file it wrote.
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <sstream>
 #include <string>
 
-#include "zyrlog/log.h"
-#include "zyrlog/zyrlog.h"
+#include <zyrlog/log.h>
+#include <zyrlog/zyrlog.hpp>
 
 namespace {
 
-// The default log folder: the user's local data folder (LOCALAPPDATA, else
-// XDG_DATA_HOME, else ~/.local/share) + "/Zyr/OPH2015/log".
-std::string DefaultLogFile() {
-  const char* local = std::getenv("LOCALAPPDATA");
-  const char* xdg = std::getenv("XDG_DATA_HOME");
-  const char* home = std::getenv("HOME");
-  std::string base = local && *local ? local
-                     : xdg && *xdg   ? xdg
-                                     : std::string(home ? home : ".") + "/.local/share";
-  return base + "/Zyr/OPH2015/log/common.log";
+// Where the built-in configuration writes: the FileName of its one
+// appender, as the configuration in force tells it (common.log in the
+// default log folder).
+std::string LogFileOf(const std::string& configuration) {
+  std::size_t at = configuration.find("\nFileName = ");
+  if (at == std::string::npos) return "";
+  at += 12;
+  return configuration.substr(at, configuration.find_first_of("\r\n", at) - at);
 }
 
 }  // namespace
 
 int main() {
-  IZyrLog* log = nullptr;
-  ZyrResult r = ZyrGetLogObject(&IID_IZyrLogLevel3, &log);
-  if (ZyrFailed(r)) {
-    std::fprintf(stderr, "ZyrGetLogObject failed: 0x%08x\n", static_cast<unsigned>(r));
-    return 1;
-  }
-  ZyrLogger* logger = nullptr;
-  r = log->GetLogger(&logger, u"demo.main");
-  if (ZyrFailed(r)) {
-    std::fprintf(stderr, "GetLogger failed: 0x%08x\n", static_cast<unsigned>(r));
-    return 1;
-  }
-  ZYR_INFO(logger, u"demo started: %d logger, %s", 1, u"default configuration");
-  ZYR_DEBUG(logger, u"below the INFO threshold: one read, nothing written");
-  ZYR_WARN(logger, u"a warning with a number %d and a text %s", 42, u"value");
-  ZYR_LOG_TYPED(logger, ZYR_SEVERITY_ERROR, u"{5F0C7E2A-0D6B-4C1E-9E7B-3A1D2C4B5E6F}", 17, 1, 100, 7,
-                zyrlog::ErrorCode(static_cast<ZyrResult>(0xe0010058u)), zyrlog::Str(u"c:\\data"),
-                zyrlog::Bool(false));
-  log->Flush();
-  ZyrReleaseLogObject(&IID_IZyrLog, log);
+  std::string path;
+  {
+    zyrlog::Log log;
+    if (log.Status().Failed()) {
+      std::fprintf(stderr, "no log object: %s\n", log.Status().Describe().c_str());
+      return 1;
+    }
+    zyrlog::Logger logger = log.GetLogger("demo.main");
+    ZYRLOG_INFO(logger, "demo started: {} logger, {}", 1, "default configuration");
+    ZYRLOG_DEBUG(logger, "below the INFO threshold: one read, nothing written");
+    ZYRLOG_WARN(logger, "a warning with a number {} and a text {}", 42, "value");
+    // A typed list of values, through the contract beneath the front door.
+    ZYR_LOG_TYPED(logger.Raw(), ZYR_SEVERITY_ERROR, u"{5F0C7E2A-0D6B-4C1E-9E7B-3A1D2C4B5E6F}", 17,
+                  1, 100, 7, zyrlog::ErrorCode(ZYR_E_ACCESS_DENIED), zyrlog::Str(u"c:\\data"),
+                  zyrlog::Bool(false));
+    log.Flush();
+    std::string configuration;
+    if (log.GetConfigText(configuration).Ok()) path = LogFileOf(configuration);
+    if (log.FailedCalls() != 0)
+      std::fprintf(stderr, "%llu lines were not written: %s\n",
+                   static_cast<unsigned long long>(log.FailedCalls()),
+                   log.LastFailure().Describe().c_str());
+  }  // the handle releases the log object
 
-  std::string path = DefaultLogFile();
   std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    std::fprintf(stderr, "no log file at %s\n", path.c_str());
+  if (path.empty() || !in) {
+    std::fprintf(stderr, "no log file at '%s'\n", path.c_str());
     return 1;
   }
   std::stringstream text;

@@ -1,5 +1,5 @@
-// Small helpers the examples share: UTF-16 text from a narrow string, and
-// reading back what a log file holds.
+// Small helpers the examples share: a failed call in words, and reading back
+// what a log file holds.
 #ifndef ZYRLOG_EXAMPLE_SUPPORT_H
 #define ZYRLOG_EXAMPLE_SUPPORT_H
 
@@ -8,13 +8,9 @@
 #include <sstream>
 #include <string>
 
-#include <zyrlog/log.h>
+#include <zyrlog/zyrlog.hpp>
 
 namespace example {
-
-// Paths and texts of these examples are ASCII; a real program converts
-// with its own UTF-8 decoder.
-inline std::u16string U16(const std::string& text) { return std::u16string(text.begin(), text.end()); }
 
 inline std::string ReadFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
@@ -29,10 +25,10 @@ inline std::size_t Count(const std::string& text, const std::string& what) {
   return n;
 }
 
-// Reports a failed call with its code; `zyrlog-errors CODE` tells its name.
-inline bool Check(ZyrResult r, const char* what) {
-  if (ZyrSucceeded(r)) return true;
-  std::fprintf(stderr, "%s failed: 0x%08x\n", what, static_cast<unsigned>(r));
+// Reports a failed call: "LoadConfigFile failed: ZYR_E_FILE_NOT_FOUND (0xe001003d): ...".
+inline bool Check(zyrlog::Result r, const char* what) {
+  if (r.Ok()) return true;
+  std::fprintf(stderr, "%s failed: %s\n", what, r.Describe().c_str());
   return false;
 }
 

@@ -3,8 +3,8 @@
 // edited file by itself (without the worker on the first message after a
 // second has passed; with it, through a notification of the file's folder).
 // Sections that did not change keep their objects and open files.
-// ZyrLogLibraryReloadConfig reads the files again at once, on request (say,
-// on SIGHUP).
+// zyrlog::ReloadConfig reads the files again at once, on request (say, on
+// SIGHUP).
 //
 //   reload CONFIG_FOLDER LOG_FOLDER
 #include <chrono>
@@ -21,15 +21,13 @@ int main(int argc, char** argv) {
   std::string text = example::ReadFile(std::string(argv[1]) + "/reload.cfg");
   std::ofstream(live, std::ios::trunc) << text;
 
-  std::u16string logFolder = example::U16(argv[2]), livePath = example::U16(live);
-  IZyrLog* log = nullptr;
-  ZyrLogger* logger = nullptr;
-  if (!example::Check(ZyrGetLogObject(&IID_IZyrLog, &log), "ZyrGetLogObject") ||
-      !example::Check(log->SetFolders(logFolder.c_str(), logFolder.c_str(), 0), "SetFolders") ||
-      !example::Check(log->LoadConfigFile(livePath.c_str()), "LoadConfigFile") ||
-      !example::Check(log->GetLogger(&logger, u"app"), "GetLogger"))
+  zyrlog::Log log;
+  if (!example::Check(log.Status(), "getting the log object") ||
+      !example::Check(log.SetFolders(argv[2], argv[2]), "SetFolders") ||
+      !example::Check(log.LoadConfigFile(live), "LoadConfigFile"))
     return 1;
-  ZYR_DEBUG(logger, u"first debug line: below INFO, not written");
+  zyrlog::Logger logger = log.GetLogger("app");
+  ZYRLOG_DEBUG(logger, "first debug line: below INFO, not written");
 
   // Someone raises the severity in the file...
   std::size_t at = text.find("Severity = INFO");
@@ -37,13 +35,13 @@ int main(int argc, char** argv) {
   text.replace(at, 15, "Severity = DEBUG");
   std::ofstream(live, std::ios::trunc) << text;
   // ...and the process, which goes on logging, takes it up by itself.
-  for (int tick = 0; tick < 300 && !zyrlog::Enabled(logger, ZYR_SEVERITY_DEBUG); ++tick) {
-    ZYR_INFO(logger, u"working (%d)", tick);
+  for (int tick = 0; tick < 300 && !logger.Enabled(zyrlog::Severity::kDebug); ++tick) {
+    ZYRLOG_INFO(logger, "working ({})", tick);
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
-  ZYR_DEBUG(logger, u"second debug line: written after the file changed");
-  log->Flush();
-  ZyrReleaseLogObject(&IID_IZyrLog, log);
+  ZYRLOG_DEBUG(logger, "second debug line: written after the file changed");
+  log.Flush();
+  log.Close();
 
   std::string written = example::ReadFile(std::string(argv[2]) + "/reload.log");
   std::printf("%s", written.c_str() + (written.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0));

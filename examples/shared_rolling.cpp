@@ -14,28 +14,25 @@ namespace {
 
 constexpr int kProcesses = 4, kLines = 500;
 
-int Writer(const std::u16string& configFolder, const std::u16string& logFolder, int id) {
-  IZyrLog* log = nullptr;
-  if (!example::Check(ZyrGetLogObject(&IID_IZyrLog, &log), "ZyrGetLogObject")) return 1;
-  ZyrLogger* logger = nullptr;
-  if (!example::Check(log->SetFolders(configFolder.c_str(), logFolder.c_str(), 0), "SetFolders") ||
-      !example::Check(log->LoadConfigFile(u"shared_rolling.cfg"), "LoadConfigFile") ||
-      !example::Check(log->GetLogger(&logger, u"writer"), "GetLogger"))
+int Writer(const char* configFolder, const char* logFolder, int id) {
+  zyrlog::Log log;
+  if (!example::Check(log.Status(), "getting the log object") ||
+      !example::Check(log.SetFolders(configFolder, logFolder), "SetFolders") ||
+      !example::Check(log.LoadConfigFile("shared_rolling.cfg"), "LoadConfigFile"))
     return 1;
-  for (int i = 0; i < kLines; ++i) ZYR_INFO(logger, u"process %d line %d", id, i);
-  ZyrReleaseLogObject(&IID_IZyrLog, log);
-  return 0;
+  zyrlog::Logger logger = log.GetLogger("writer");
+  for (int i = 0; i < kLines; ++i) ZYRLOG_INFO(logger, "process {} line {}", id, i);
+  return log.FailedCalls() == 0 ? 0 : 1;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc != 3) return std::fprintf(stderr, "usage: shared_rolling CONFIG_FOLDER LOG_FOLDER\n"), 2;
-  std::u16string configFolder = example::U16(argv[1]), logFolder = example::U16(argv[2]);
   // Each process takes its own log object after the fork.
   for (int id = 0; id < kProcesses; ++id) {
     pid_t pid = fork();
-    if (pid == 0) _exit(Writer(configFolder, logFolder, id));
+    if (pid == 0) _exit(Writer(argv[1], argv[2], id));
     if (pid < 0) return std::perror("fork"), 1;
   }
   int failed = 0;

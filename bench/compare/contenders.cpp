@@ -9,6 +9,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 
 #include <log4cplus/configurator.h>
 #include <log4cplus/initializer.h>
@@ -21,6 +22,10 @@
 
 #include "zyrlog/log.h"
 #include "zyrlog/zyrlog.h"
+// The front door's rows pass the file name that the contract's rows pass,
+// so that both write the same line.
+#define ZYRLOG_FILE u"compare.cpp"
+#include "zyrlog/zyrlog.hpp"
 
 
 std::uint64_t NowNs() {
@@ -164,9 +169,14 @@ std::u16string Widen(const std::string& text) {
   return out;
 }
 
+// With `front`, the calls go through the C++ front door (zyrlog/zyrlog.hpp):
+// the same message as a "{}" format with its text in UTF-8, as a Linux
+// program writes it; the configuration is the same, set through the
+// contract.
 class ZyrContender final : public Contender {
  public:
-  ZyrContender(ZyrOutput output, bool queue) : output_(output), queue_(queue) {}
+  ZyrContender(ZyrOutput output, bool queue, bool front = false)
+      : output_(output), queue_(queue), front_(front) {}
   ~ZyrContender() override { Close(); }
 
   bool Setup(const RunConfig& config, std::string* why) override {
@@ -214,6 +224,12 @@ class ZyrContender final : public Contender {
     if (ZyrFailed(r)) return Fail(why, "LoadConfigText", r);
     r = log_->GetLogger(&logger_, u"bench");
     if (ZyrFailed(r)) return Fail(why, "GetLogger", r);
+    if (front_) {
+      frontLog_.emplace();
+      frontLogger_ = frontLog_->GetLogger("bench");
+      if (frontLogger_.Status().Failed())
+        return Fail(why, "zyrlog::Log::GetLogger", frontLogger_.Status().Code());
+    }
     if (output_ == ZyrOutput::kBelow && zyrlog::Enabled(logger_, ZYR_SEVERITY_DEBUG)) {
       *why = "DEBUG passes the configured threshold";
       return false;
@@ -227,10 +243,14 @@ class ZyrContender final : public Contender {
   }
 
   void WarmUp(std::uint32_t worker, std::uint32_t count) override {
-    for (std::uint32_t i = 0; i < count; ++i) Put(u"request %d from warm-up %d for %s", i, worker);
+    for (std::uint32_t i = 0; i < count; ++i) {
+      if (front_) ZYRLOG_INFO(frontLogger_, "request {} from warm-up {} for {}", i, worker, "client-7");
+      else Put(u"request %d from warm-up %d for %s", i, worker);
+    }
   }
 
   void Write(std::uint32_t worker, std::uint32_t count, std::uint32_t* latencies) override {
+    if (front_) return WriteFront(worker, count);
     if (output_ == ZyrOutput::kBelow) {
       ZyrLogger* logger = logger_;
       Loop(count, latencies, [&](std::uint32_t s) {
@@ -256,11 +276,14 @@ class ZyrContender final : public Contender {
   void Close() override {
     if (started_) log_->StopDispatcher();
     started_ = false;
+    errors_ += FrontFailures();
+    frontLogger_ = zyrlog::Logger();
+    frontLog_.reset();
     if (log_) ZyrReleaseLogObject(&IID_IZyrLog, log_);
     log_ = nullptr;
   }
 
-  std::uint64_t Errors() const override { return errors_.load(); }
+  std::uint64_t Errors() const override { return errors_.load() + FrontFailures(); }
 
  private:
   static bool Fail(std::string* why, const char* what, ZyrResult r) {
@@ -287,6 +310,24 @@ class ZyrContender final : public Contender {
     if (ZyrFailed(r)) errors_.fetch_add(1, std::memory_order_relaxed);
   }
 
+  std::uint64_t FrontFailures() const { return frontLog_ ? frontLog_->FailedCalls() : 0; }
+
+  // The front door's rows are rows of the direct road, which time no single
+  // call.
+  void WriteFront(std::uint32_t worker, std::uint32_t count) {
+    const zyrlog::Logger& logger = frontLogger_;
+    int w = static_cast<int>(worker);
+    if (output_ == ZyrOutput::kBelow) {
+      for (std::uint32_t s = 0; s < count; ++s) {
+        Barrier();
+        ZYRLOG_DEBUG(logger, "request {} from worker {} for {}", static_cast<int>(s), w, "client-7");
+      }
+      return;
+    }
+    for (std::uint32_t s = 0; s < count; ++s)
+      ZYRLOG_INFO(logger, "request {} from worker {} for {}", static_cast<int>(s), w, "client-7");
+  }
+
   ZyrOutput output_;
   bool queue_;
   bool paced_ = false;
@@ -294,6 +335,9 @@ class ZyrContender final : public Contender {
   IZyrLog* log_ = nullptr;
   ZyrLogger* logger_ = nullptr;
   std::atomic<std::uint64_t> errors_{0};
+  bool front_;
+  std::optional<zyrlog::Log> frontLog_;  // shares the one manager with log_
+  zyrlog::Logger frontLogger_;
 };
 
 // ---------------------------------------------------------------------------
@@ -501,6 +545,13 @@ const std::vector<ContenderInfo>& AllContenders() {
        Make<Sp, Sp::kAsync>},
       {"zyrlog-below", "zyrlog below threshold", Kind::kBelow, false, false,
        Make<ZyrContender, ZyrOutput::kBelow, false>},
+      // The same messages through the C++ front door.
+      {"zyrlog-front-file", "zyrlog File, direct, front door", Kind::kFile, false, false,
+       Make<ZyrContender, ZyrOutput::kFile, false, true>},
+      {"zyrlog-front-null", "zyrlog Null appender, front door", Kind::kNoOutput, false, false,
+       Make<ZyrContender, ZyrOutput::kNull, false, true>},
+      {"zyrlog-front-below", "zyrlog below threshold, front door", Kind::kBelow, false, false,
+       Make<ZyrContender, ZyrOutput::kBelow, false, true>},
       {"log4cplus-below", "log4cplus below threshold", Kind::kBelow, false, false,
        Make<L4, L4::kBelow>},
       {"spdlog-below", "spdlog below threshold", Kind::kBelow, false, false, Make<Sp, Sp::kBelow>},

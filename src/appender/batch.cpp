@@ -2,20 +2,28 @@
 
 #include "appender/appender.h"
 #include "base/lock.h"
+#include "base/thread_data.h"
 
 namespace {
-// Read for every line a file appender writes: initial-exec, no call.
-__attribute__((tls_model("initial-exec"))) thread_local ZyrLogBatch* tBatch = nullptr;
+// Null on every thread but a draining one.
+ZYR_THREAD_DATA(ZyrLogBatch*, tBatch);
 }  // namespace
 
-ZyrLogBatch* ZyrLogBatch::Current() { return tBatch; }
+ZyrLogBatch* ZyrLogBatch::Current() {
+  ZyrLogBatch** slot = tBatch.Get();
+  return slot ? *slot : nullptr;
+}
 
-void ZyrLogBatch::Begin() { tBatch = this; }
+// Without memory for the thread's slot there is no batch: each line is a
+// write of its own, as on the direct road.
+void ZyrLogBatch::Begin() {
+  if (ZyrLogBatch** slot = tBatch.Get()) *slot = this;
+}
 
 ZyrResult ZyrLogBatch::Enlist(ZyrLogAppender* appender) { return enlisted_.Append(appender); }
 
 std::uint64_t ZyrLogBatch::End(ZyrResult* failure) {
-  tBatch = nullptr;
+  if (ZyrLogBatch** slot = tBatch.Get()) *slot = nullptr;
   std::uint64_t failed = 0;
   *failure = ZYR_OK;
   for (ZyrLogAppender* appender : enlisted_) {

@@ -5,8 +5,8 @@
 #include "base/array.h"
 #include "base/memory.h"
 #include "base/path.h"
-#include "base/posix/file_posix.h"
-#include "base/posix/native_path.h"
+#include "base/os/file_os.h"
+#include "base/os/native_path.h"
 #include "base/random.h"
 
 // ---------------------------------------------------------------------------
@@ -200,7 +200,7 @@ ZyrResult ZyrBasFileBase::Append(const void* buffer, std::size_t count, std::siz
 
 ZyrResult ZyrBasFileBase::SetAppendMode() {
   if (append_) return ZYR_OK;
-  ZyrResult r = ZyrBasOsSetAppendMode(handle_);
+  ZyrResult r = ZyrBasOsSetAppendMode(&handle_);
   if (ZyrSucceeded(r)) append_ = true;
   return r;
 }

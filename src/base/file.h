@@ -38,7 +38,8 @@ inline constexpr std::uint32_t ZYR_FILE_RANDOM_ACCESS = 4;
 inline constexpr std::uint32_t ZYR_FILE_SEQUENTIAL = 8;
 // The access rules of log and lock files: a file that this open creates is
 // made readable and writable by every account (mode 0666, whatever the
-// umask), because processes of all accounts share one log.
+// umask, on Linux; the log-file descriptor of base/security.h on NT),
+// because processes of all accounts share one log.
 inline constexpr std::uint32_t ZYR_FILE_SHARED_BY_ALL = 0x100;
 // The final name must be the file itself: a symbolic link standing there,
 // dangling or not, fails the open with ZYR_E_INVALID_NAME, and nothing is

@@ -4,8 +4,8 @@
 #include "base/array.h"
 #include "base/file.h"
 #include "base/path.h"
-#include "base/posix/file_posix.h"
-#include "base/posix/native_path.h"
+#include "base/os/file_os.h"
+#include "base/os/native_path.h"
 #include "base/random.h"
 
 namespace {

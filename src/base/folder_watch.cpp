@@ -1,8 +1,8 @@
 #include "base/folder_watch.h"
 
-#include "base/posix/folder_watch_posix.h"
-#include "base/posix/sync_posix.h"
-#include "base/posix/native_path.h"
+#include "base/os/folder_watch_os.h"
+#include "base/os/sync_os.h"
+#include "base/os/native_path.h"
 
 ZyrResult ZyrBasFolderWatch::Open(const char16_t* folder) {
   if (GetKind() != kNothing) return ZYR_E_ALREADY_EXISTS;

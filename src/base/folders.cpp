@@ -7,8 +7,8 @@
 #include "base/identity.h"
 #include "base/lock.h"
 #include "base/path.h"
-#include "base/posix/account_posix.h"
-#include "base/posix/native_path.h"
+#include "base/os/account_os.h"
+#include "base/os/native_path.h"
 #include "base/registry.h"
 #include "base/sysinfo.h"
 

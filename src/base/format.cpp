@@ -204,6 +204,33 @@ ZyrResult EmitNarrow(Sink& out, const ZyrBasFormatSpec& spec, ZyrBasCodePage sel
   return r;
 }
 
+// Narrow text reads as itself while it is ASCII, under every selector but
+// UTF-7 and UTF-16: such a run is widened as it is copied, without the
+// measuring and converting passes of EmitNarrow, which sees only what
+// follows the run. Narrow arguments are mostly ASCII, and the two passes
+// cost more than the rest of their conversion. With a width or precision
+// the whole text is measured first, so it goes to EmitNarrow as it is.
+ZyrResult EmitNarrowArgument(Sink& out, const ZyrBasFormatSpec& spec, ZyrBasCodePage selector,
+                             const char* text, std::size_t length) {
+  bool asciiIsItself = selector == ZYR_CP_ANSI || selector == ZYR_CP_ANSI_LATIN1 ||
+                       selector == ZYR_CP_OEM || selector == ZYR_CP_UTF8;
+  if (text && asciiIsItself && spec.width == 0 && !spec.hasPrecision) {
+    // A terminated text has a length of all ones and ends at its NUL,
+    // which the test of the byte stops at.
+    std::size_t n = 0;
+    while (n < length && static_cast<unsigned char>(text[n]) - 1u < 0x7fu) {
+      if (out.pos == out.room) return ZYR_E_BUFFER_TOO_SMALL;
+      out.buffer[out.pos++] = static_cast<char16_t>(text[n++]);
+    }
+    text += n;
+    if (length != ZYR_TERMINATED) length -= n;
+    if (length == 0 || (length == ZYR_TERMINATED && *text == 0)) return ZYR_OK;
+  }
+  return EmitNarrow(out, spec, selector, text, length);
+}
+
+constexpr ZyrBasFormatSpec kPlainSpec{};
+
 // --- Integers ---------------------------------------------------------------
 
 constexpr std::int32_t kMaxIntegerPrecision = 32;
@@ -464,8 +491,8 @@ ZyrResult Convert(Sink& out, ZyrBasCodePage selector, const ZyrBasFormatSpec& sp
       if (kind == 0 || kind == 4) {
         fits = EmitWide(out, spec, reinterpret_cast<const char16_t*>(args.Take()));
       } else if (kind == 3) {
-        return EmitNarrow(out, spec, selector, reinterpret_cast<const char*>(args.Take()),
-                          ZYR_TERMINATED);
+        return EmitNarrowArgument(out, spec, selector, reinterpret_cast<const char*>(args.Take()),
+                                  ZYR_TERMINATED);
       } else {
         *outcome = Outcome::Unknown;
       }
@@ -478,7 +505,7 @@ ZyrResult Convert(Sink& out, ZyrBasCodePage selector, const ZyrBasFormatSpec& sp
       std::size_t bytes = static_cast<std::size_t>(args.Take());
       std::uint64_t pointer = args.Take();
       if (kind == 0)
-        return EmitNarrow(out, spec, selector, reinterpret_cast<const char*>(pointer), bytes);
+        return EmitNarrowArgument(out, spec, selector, reinterpret_cast<const char*>(pointer), bytes);
       const char16_t* text = reinterpret_cast<const char16_t*>(pointer);
       fits = text ? EmitText(out, spec, text, bytes / sizeof(char16_t))
                   : EmitText(out, spec, kNull, 6);
@@ -543,9 +570,9 @@ __attribute__((noinline)) ZyrResult FormatInto(Sink& out, ZyrBasCodePage selecto
     if (!out.Put(run, static_cast<std::size_t>(p - run))) return ZYR_E_BUFFER_TOO_SMALL;
     if (!*p) break;
 
-    // The bare "%d" and "%s", most conversions of log messages, go without
-    // the parse of a specification: no flag, width or precision can follow
-    // the "%" here, so the output is that of the general road.
+    // The bare "%d", "%s" and "%hs", most conversions of log messages, go
+    // without the parse of a specification: no flag, width or precision can
+    // follow the "%" here, so the output is that of the general road.
     if (p[1] == u'd') {
       if (!PutInt32(out, static_cast<std::int32_t>(args.Take()))) return ZYR_E_BUFFER_TOO_SMALL;
       p += 2;
@@ -555,6 +582,13 @@ __attribute__((noinline)) ZyrResult FormatInto(Sink& out, ZyrBasCodePage selecto
       const auto* text = reinterpret_cast<const char16_t*>(args.Take());
       if (!(text ? PutTerminated(out, text) : out.Put(kNull, 6))) return ZYR_E_BUFFER_TOO_SMALL;
       p += 2;
+      continue;
+    }
+    if (p[1] == u'h' && p[2] == u's') {
+      ZyrResult r = EmitNarrowArgument(out, kPlainSpec, selector,
+                                       reinterpret_cast<const char*>(args.Take()), ZYR_TERMINATED);
+      if (ZyrFailed(r)) return r;
+      p += 3;
       continue;
     }
     const char16_t* percent = p;

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "base/posix/identity_posix.h"
-#include "base/posix/native_path.h"
+#include "base/os/identity_os.h"
+#include "base/os/native_path.h"
 #include "base/textconv.h"
 
 namespace {
@@ -24,32 +24,33 @@ ZyrResult ToUtf8(const char16_t* text, ZyrBasNarrowText& out) {
   return ZYR_OK;
 }
 
-// The variable's narrow value, or null for unset, empty, or a name that
-// cannot be one ("=" in it, or nothing).
-ZyrResult LookUp(const char16_t* name, const char** value) {
-  *value = nullptr;
+// The variable's narrow value; `found` false for unset, empty, or a name
+// that cannot be one ("=" in it, or nothing).
+ZyrResult LookUp(const char16_t* name, ZyrBasNarrowText& value, bool* found) {
+  *found = false;
   if (!name || !*name) return ZYR_OK;
   for (const char16_t* p = name; *p; ++p)
     if (*p == u'=') return ZYR_OK;
   ZyrBasNarrowText narrow;
   ZyrResult r = ToUtf8(name, narrow);
+  if (ZyrSucceeded(r)) r = ZyrBasOsGetEnv(narrow.Data(), value);
   if (ZyrFailed(r)) return r;
-  const char* v = ZyrBasOsGetEnv(narrow.Data());
-  if (v && *v) *value = v;
+  *found = r == ZYR_OK && value.Length() > 0;
   return ZYR_OK;
 }
 
 }  // namespace
 
 ZyrResult ZyrBasGetEnv(const char16_t* name, ZyrBasString& out) {
-  const char* value;
-  ZyrResult r = LookUp(name, &value);
+  ZyrBasNarrowText value;
+  bool found;
+  ZyrResult r = LookUp(name, value, &found);
   if (ZyrFailed(r)) return r;
-  if (!value) {
+  if (!found) {
     out.Clear();
     return ZYR_I_VARIABLE_EMPTY;
   }
-  return AssignUtf8(out, value);
+  return ZyrBasWideFromNative(value.Data(), value.Length(), out);
 }
 
 ZyrResult ZyrBasGetEnvRaw(const char16_t* name, ZyrBasCountedBuffer& target,

@@ -5,9 +5,7 @@
 #define ZYR_BASE_LIBRARY_H
 
 #include "zyrlog/result.h"
-
-// The suffix of a module file on this platform (".dll" on NT).
-inline constexpr char16_t kZyrBasModuleSuffix[] = u".so";
+#include ZYR_PLATFORM_LAYER  // kZyrBasModuleSuffix
 
 class ZyrBasLibrary {
  public:

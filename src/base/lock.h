@@ -5,12 +5,11 @@
 #ifndef ZYR_BASE_LOCK_H
 #define ZYR_BASE_LOCK_H
 
-#include <pthread.h>
-
 #include <atomic>
 #include <cstdint>
 
 #include "zyrlog/result.h"
+#include ZYR_PLATFORM_LAYER
 
 class ZyrBasCriticalSection {
  public:
@@ -28,11 +27,11 @@ class ZyrBasCriticalSection {
   // child: its owner is a thread that does not exist there (the forking
   // thread has a new id in the child, too).
   void RenewAfterFork();
-  void Enter() { pthread_mutex_lock(&mutex_); }
-  void Leave() { pthread_mutex_unlock(&mutex_); }
+  void Enter() { ZyrBasNativeLockEnter(&mutex_); }
+  void Leave() { ZyrBasNativeLockLeave(&mutex_); }
 
  private:
-  pthread_mutex_t mutex_;
+  ZyrBasNativeLock mutex_;
   std::uint8_t initialised_ = 0;
 };
 

@@ -1,9 +1,9 @@
 #include "base/memory.h"
 
 #include <atomic>
-#include <cstdlib>
 
-#include "base/posix/memory_posix.h"
+#include "base/os/memory_os.h"
+#include ZYR_PLATFORM_LAYER
 
 namespace {
 // -1: no failure injected. Otherwise the number of allocations left.
@@ -35,12 +35,12 @@ void* Advised(void* block, std::size_t size) noexcept {
 
 void* ZyrBasAlloc(std::size_t size) noexcept {
   if (InjectedFailure()) return nullptr;
-  return Advised(std::malloc(size ? size : 1), size);
+  return Advised(ZyrBasNativeAlloc(size ? size : 1), size);
 }
 
 void* ZyrBasAllocZero(std::size_t size) noexcept {
   if (InjectedFailure()) return nullptr;
-  return Advised(std::calloc(1, size ? size : 1), size);
+  return Advised(ZyrBasNativeAllocZero(size ? size : 1), size);
 }
 
 void* ZyrBasAllocAligned(std::size_t alignment, std::size_t size) noexcept {
@@ -48,10 +48,12 @@ void* ZyrBasAllocAligned(std::size_t alignment, std::size_t size) noexcept {
   // The size is a multiple of the alignment, as the C library asks.
   std::size_t rounded = (size + alignment - 1) & ~(alignment - 1);
   if (rounded < size) return nullptr;
-  return Advised(std::aligned_alloc(alignment, rounded ? rounded : alignment), rounded);
+  return Advised(ZyrBasNativeAllocAligned(alignment, rounded ? rounded : alignment), rounded);
 }
 
-void ZyrBasFree(void* block) noexcept { std::free(block); }
+void ZyrBasFreeAligned(void* block) noexcept { ZyrBasNativeFreeAligned(block); }
+
+void ZyrBasFree(void* block) noexcept { ZyrBasNativeFree(block); }
 
 void ZyrBasTestFailAllocationsAfter(long successes) noexcept {
   g_allocationsLeft.store(successes < 0 ? -1 : successes, std::memory_order_relaxed);

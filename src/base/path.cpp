@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "base/posix/native_path.h"
+#include "base/os/native_path.h"
 
 namespace {
 

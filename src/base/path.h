@@ -19,9 +19,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "base/posix/native_path.h"
 #include "base/string.h"
 #include "zyrlog/result.h"
+#include ZYR_PLATFORM_LAYER  // kZyrBasNativeSeparator
 
 inline constexpr bool ZyrBasIsPathSeparator(char16_t c) { return c == u'\\' || c == u'/'; }
 

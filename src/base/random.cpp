@@ -3,7 +3,7 @@
 #include <atomic>
 
 #include "base/lock.h"
-#include "base/posix/random_posix.h"
+#include "base/os/random_os.h"
 
 namespace {
 

@@ -20,7 +20,8 @@ ZyrResult ZyrResultFromWin32Error(std::uint32_t error);
 std::uint32_t ZyrNtStatusToDosError(std::uint32_t status);
 
 // The one place where an errno value becomes a result: errno is first
-// brought to its Win32 number, then mapped as above.
+// brought to its Win32 number, then mapped as above. POSIX layer only
+// (src/base/posix/errno_posix.cpp): the NT layer maps NT statuses.
 std::uint32_t ZyrWin32ErrorFromErrno(int error);
 ZyrResult ZyrResultFromErrno(int error);
 

@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "base/memory.h"
-#include "base/posix/native_path.h"
-#include "base/posix/security_posix.h"
+#include "base/os/native_path.h"
+#include "base/os/security_os.h"
 
 namespace {
 

@@ -2,7 +2,8 @@
 // rules, and the binary self-relative descriptor it builds, byte for byte
 // as the system that defined the format lays it out. The model is portable;
 // what a rule means for a file on this platform (its mode bits) is worked
-// out here too, and applied by base/posix/security_posix.
+// out here too, and applied by the layer (base/os/security_os.h): as mode bits on Linux, as
+// the descriptor itself on NT.
 #ifndef ZYR_BASE_SECURITY_H
 #define ZYR_BASE_SECURITY_H
 

@@ -5,7 +5,7 @@
 #include "base/identity.h"
 #include "base/lock.h"
 #include "base/memory.h"
-#include "base/posix/sync_posix.h"
+#include "base/os/sync_os.h"
 #include "base/tls.h"
 
 // ---------------------------------------------------------------------------

@@ -162,6 +162,10 @@ class ZyrBasThread : public ZyrBasWaitable {
   std::uint32_t threadFlags_ = 0;
 };
 
+// Ends the calling thread with `status` as its exit code. For the remote
+// entry points, which run as threads of their own that others start.
+[[noreturn]] void ZyrBasEndThread(ZyrResult status);
+
 // A lock that needs no set-up: a count and a lazily made event. Without
 // contention a lock and an unlock are one atomic operation each and no event
 // exists. Zero-initialised statics are ready to use. Not recursive.

@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "base/lock.h"
-#include "base/posix/native_path.h"
-#include "base/posix/sysinfo_posix.h"
+#include "base/os/native_path.h"
+#include "base/os/sysinfo_os.h"
 
 namespace {
 
@@ -130,34 +130,8 @@ ZyrResult AppendNative(ZyrBasString& out, const char* text) {
 }
 
 ZyrResult Fill() {
-  ZyrBasOsKernelNames names;
-  ZyrResult r = ZyrBasOsKernelNamesGet(&names);
+  ZyrResult r = ZyrBasOsSystemFacts(g_info, g_optional);
   if (ZyrFailed(r)) return r;
-  std::uint32_t major, minor, patch;
-  ZyrBasParseKernelRelease(names.release, &major, &minor, &patch);
-  std::uint32_t kind = ZyrBasArchitectureKindOf(names.machine);
-  ZyrBasString text;
-  r = ZyrBasComposeKernelOsText(names.sysname, names.release, names.version, kind, text);
-  if (ZyrFailed(r)) return r;
-
-  g_optional.statx = ZyrBasOsFindFunction("statx");
-  g_optional.renameat2 = ZyrBasOsFindFunction("renameat2");
-  g_optional.copyFileRange = ZyrBasOsFindFunction("copy_file_range");
-  g_optional.closeRange = ZyrBasOsFindFunction("close_range");
-  g_optional.pidfdOpen = ZyrBasOsFindFunction("pidfd_open");
-  g_optional.gettid = ZyrBasOsFindFunction("gettid");
-
-  g_info.platform = 1;
-  g_info.major = major;
-  g_info.minor = minor;
-  g_info.build = static_cast<std::uint16_t>(patch > 0xFFFF ? 0xFFFF : patch);
-  g_info.architectureKind = kind;
-  g_info.processWidth = sizeof(void*) == 8 ? ZYR_ARCH_AMD64 : ZYR_ARCH_X86;
-  std::memcpy(g_info.osText, text.Text(), text.Length() * sizeof(char16_t));
-  g_info.osText[text.Length()] = 0;
-  g_info.pageSize = ZyrBasOsPageSizeBytes();
-  g_info.allocationGranularity = g_info.pageSize;
-  g_info.processorMask = ZyrBasOsProcessorMask();
   g_info.initialised.store(true, std::memory_order_release);
   return ZYR_OK;
 }

@@ -3,7 +3,7 @@
 #include <atomic>
 
 #include "base/lock.h"
-#include "base/posix/time_posix.h"
+#include "base/os/time_os.h"
 
 namespace {
 

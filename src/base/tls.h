@@ -29,4 +29,9 @@ void* ZyrBasTlsGet(std::uint32_t index);
 // for ZYR_TLS_NONE.
 ZyrResult ZyrBasTlsSet(std::uint32_t index, void* value);
 
+// Runs the cleanups of the calling thread's slots and clears them, for the
+// module entry's thread detach where the system runs no cleanups of its
+// own. Over pthread keys the system does that, and this does nothing.
+void ZyrBasTlsThreadDetach();
+
 #endif

@@ -29,7 +29,7 @@ ZyrLogQueueBlock* ZyrLogQueue::NewBlock(std::uint32_t size) {
   return block;
 }
 
-void ZyrLogQueue::FreeBlock(ZyrLogQueueBlock* block) { ZyrBasFree(block); }
+void ZyrLogQueue::FreeBlock(ZyrLogQueueBlock* block) { ZyrBasFreeAligned(block); }
 
 void ZyrLogQueue::WaitReady(const ZyrLogQueueRecord* record) {
   // Its writer reserved it before the walk began and is copying a few

@@ -1,10 +1,9 @@
 // The exports through which clients reach the library.
-#include <pthread.h>
-
 #include <cstdint>
 #include <cstring>
 
 #include "base/string.h"
+#include "base/sync.h"
 #include "client/log_object.h"
 #include "engine/manager.h"
 #include "module/module.h"
@@ -86,7 +85,7 @@ ZYR_EXPORT ZyrResult ZyrLogLibraryReloadConfig() {
 
 namespace {
 [[noreturn]] void EndThread(ZyrResult status) {
-  pthread_exit(reinterpret_cast<void*>(static_cast<std::intptr_t>(status)));
+  ZyrBasEndThread(status);
 }
 }  // namespace
 

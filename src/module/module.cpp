@@ -7,6 +7,7 @@
 #include "base/array.h"
 #include "base/lock.h"
 #include "base/startup.h"
+#include "base/tls.h"
 #include "client/log_object.h"
 #include "zyrlog/zyrlog.h"
 
@@ -78,17 +79,18 @@ void FreeInstanceList() { g_instances->Free(); }
 void StopBaseOnce() { ZyrBasShutdown(); }
 
 // Process attach: the static initialisers first, then the base once more,
-// the per-thread record of this thread, and the attach count.
-__attribute__((constructor)) void ZyrModuleAttach() {
+// the per-thread record of this thread, and the attach count. False fails
+// the load where the system lets an attach fail.
+bool ProcessAttach() {
   new (g_registryLockStorage) ZyrBasCriticalSection();
   g_instances = new (g_instanceStorage) ZyrBasArray<ZyrLogObject*>();
-  if (!PushExit(&DeleteRegistryLock)) return;
-  if (!PushExit(&FreeInstanceList)) return;
-  if (ZyrFailed(ZyrBasStartup()) || !PushExit(&StopBaseOnce)) return;
-  if (ZyrFailed(ZyrBasStartup())) return;
+  if (!PushExit(&DeleteRegistryLock)) return false;
+  if (!PushExit(&FreeInstanceList)) return false;
+  if (ZyrFailed(ZyrBasStartup()) || !PushExit(&StopBaseOnce)) return false;
+  if (ZyrFailed(ZyrBasStartup())) return false;
   if (ZyrFailed(ZyrBasThreadAttach())) {
     ZyrBasShutdown();
-    return;
+    return false;
   }
   {
     ZyrBasSpinGuard guard(g_moduleLock);
@@ -96,9 +98,10 @@ __attribute__((constructor)) void ZyrModuleAttach() {
     ++g_attachCount;
   }
   g_attachFlags |= 1;
+  return true;
 }
 
-__attribute__((destructor)) void ZyrModuleDetach() {
+void ProcessDetach() {
   if (!(g_attachFlags & 1)) return;
   bool last = false;
   {
@@ -113,7 +116,23 @@ __attribute__((destructor)) void ZyrModuleDetach() {
   g_attachFlags &= ~1u;
 }
 
+// A shared object learns of its load and unload through these two; a
+// module whose system calls an entry routine instead (zyrloga.dll) comes
+// through ZyrModuleEntry, and never runs them.
+__attribute__((constructor)) void AttachOnLoad() { (void)ProcessAttach(); }
+__attribute__((destructor)) void DetachOnUnload() { ProcessDetach(); }
+
 }  // namespace
+
+int ZyrModuleEntry(void*, std::uint32_t reason, void*) {
+  switch (reason) {
+    case ZYR_MODULE_PROCESS_ATTACH: return ProcessAttach() ? 1 : 0;
+    case ZYR_MODULE_PROCESS_DETACH: ProcessDetach(); return 1;
+    case ZYR_MODULE_THREAD_ATTACH: (void)ZyrBasThreadAttach(); return 1;
+    case ZYR_MODULE_THREAD_DETACH: ZyrBasTlsThreadDetach(); return 1;
+    default: return 1;
+  }
+}
 
 bool ZyrModuleFinished() { return g_moduleFinished.load() != 0; }
 

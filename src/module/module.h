@@ -5,10 +5,25 @@
 #define ZYR_MODULE_MODULE_H
 
 #include <cstddef>
+#include <cstdint>
 
 #include "zyrlog/result.h"
 
 class ZyrLogObject;
+
+// Why the module entry is called: the numbers of the NT loader's
+// notifications.
+enum : std::uint32_t {
+  ZYR_MODULE_PROCESS_DETACH = 0,
+  ZYR_MODULE_PROCESS_ATTACH = 1,
+  ZYR_MODULE_THREAD_ATTACH = 2,
+  ZYR_MODULE_THREAD_DETACH = 3,
+};
+// The module's entry routine: process attach and detach in the order that
+// the module's life needs, thread attach makes the thread's record, thread
+// detach runs the cleanups of its per-thread slots. Nonzero for success;
+// a failed process attach fails the load.
+extern "C" int ZyrModuleEntry(void* module, std::uint32_t reason, void* reserved);
 
 // Appends a finished object to the registry (creation order).
 ZyrResult ZyrModuleListObject(ZyrLogObject* object);

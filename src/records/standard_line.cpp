@@ -5,6 +5,7 @@
 
 #include "base/identity.h"
 #include "base/lock.h"
+#include "base/thread_data.h"
 #include "base/time.h"
 #include "records/severity.h"
 
@@ -12,7 +13,9 @@ namespace {
 
 ZyrBasSpinLock g_hostLock;
 std::atomic<ZyrBasString*> g_hostName{nullptr};
-ZyrBasString g_hostStorage;
+// Made at first use and never destroyed: the name serves the whole life of
+// the process, and a module without a language runtime destroys no statics.
+alignas(ZyrBasString) unsigned char g_hostStorage[sizeof(ZyrBasString)];
 
 // Two decimal digits at a time: the line has some twenty digits, and this
 // halves the divisions.
@@ -74,7 +77,7 @@ struct SecondText {
   std::size_t length = 0;
   char16_t text[24];
 };
-thread_local SecondText tSecondText;
+ZYR_THREAD_DATA(SecondText, tSecondText);
 
 // Fills the text of the second of `time`; a time that does not split into
 // fields leaves it as it was and answers the failure.
@@ -115,18 +118,20 @@ const ZyrBasString& ZyrLogCachedHostName() {
   ZyrBasSpinGuard guard(g_hostLock);
   name = g_hostName.load(std::memory_order_acquire);
   if (!name) {
-    ZyrBasStringRef ref(g_hostStorage);
+    name = new (g_hostStorage) ZyrBasString();
+    ZyrBasStringRef ref(*name);
     // The lookup ends in "localhost" at worst; a failure beyond that leaves
     // the field empty, for it has no road back to a caller.
-    if (ZyrFailed(ZyrBasComputerName(ref))) g_hostStorage.Clear();
-    name = &g_hostStorage;
+    if (ZyrFailed(ZyrBasComputerName(ref))) name->Clear();
     g_hostName.store(name, std::memory_order_release);
   }
   return *name;
 }
 
 ZyrResult ZyrLogComposeStandardLine(const ZyrLogEvent& e, ZyrBasString& line) {
-  SecondText& second = tSecondText;
+  SecondText* cached = tSecondText.Get();
+  if (!cached) return ZYR_E_OUT_OF_MEMORY;
+  SecondText& second = *cached;
   if (second.second != e.Timestamp / kTicksPerSecond) {
     ZyrResult r = RenderSecond(second, e.Timestamp);
     if (ZyrFailed(r)) return r;

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "base/path.h"
-#include "base/posix/native_path.h"
+#include "base/os/native_path.h"
 #include "fuzz_support.h"
 
 namespace {

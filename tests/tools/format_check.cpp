@@ -1,7 +1,7 @@
 // Calls of the logging macros that must, or must not, compile. CASE 0 holds
 // every argument type the printing knows under a fitting conversion; every
-// other CASE is one mismatch, which format_check.cmake expects to fail with
-// the name of its fault.
+// other CASE is one mismatch, which must fail with the name of its fault
+// that the comment behind its call gives (compile_check.cmake).
 #include <cstdint>
 
 #include "zyrlog/log.h"
@@ -67,9 +67,10 @@ void Calls(ZyrLogger* lg, const char16_t* runtimeFormat) {
 #elif CASE == 13
   ZYR_INFO(lg, u"%c", 1.0);  // c_needs_a_character
 #elif CASE == 14
-  ZYR_INFO(lg, u"%s", writable, zyrlog::Int32(1));  // typed items belong in ZYR_LOG_TYPED
+  ZYR_INFO(lg, u"%s", writable, zyrlog::Int32(1));  // typed_items_belong_in_ZYR_LOG_TYPED
 #elif CASE == 15
-  ZYR_INFO(lg, u"%S %d", 1, 2);  // more_arguments: "%S" takes nothing
+  // "%S" is copied as text and takes no argument.
+  ZYR_INFO(lg, u"%S %d", 1, 2);  // more_arguments_than_the_format_uses
 #elif CASE == 16
   struct Point { int x, y; } point{1, 2};
   ZYR_INFO(lg, u"%d", point);  // argument_type_unknown

@@ -101,6 +101,11 @@ TEST(FormatText, WideAndNarrowStrings) {
 
   EXPECT_EQ(Fmt(u"%Z|%5.2Z|%Z|%.1hs", {3, P("abcdef"), 6, P("abcdef"), 2, 0, P("xyz")}),
             "abc|   ab|(null)|x");
+  // An ASCII run is copied, what follows it converted: a NUL inside a
+  // counted text, non-ASCII behind ASCII.
+  std::uint64_t mixed[] = {5, P("a\0b\xc3\xa9"), P("xy\xc3\xa9z")};
+  ASSERT_EQ(ZyrBasFormatFixed(ZYR_CP_UTF8, buffer, 32, u"%Z|%hs", nullptr, mixed), ZYR_OK);
+  EXPECT_EQ(std::u16string(buffer, 10), std::u16string(u"a\0b\u00e9|xy\u00e9z", 10));
   std::string longText(700, 'n');  // longer than the on-stack conversion buffer
   longText += "end";
   EXPECT_EQ(Fmt(u"%hs", {P(longText.c_str())}), longText);
@@ -187,6 +192,9 @@ TEST(FormatFixed, BufferEnds) {
   EXPECT_EQ(std::u16string(buffer), u"x1234");
   EXPECT_EQ(fixed(5, u"%f", slots + 2), ZYR_E_BUFFER_TOO_SMALL);
   EXPECT_EQ(std::u16string(buffer), u"-1.2");
+  std::uint64_t narrow[] = {P("xyz\xc3\xa9")};
+  EXPECT_EQ(fixed(3, u"%hs", narrow), ZYR_E_BUFFER_TOO_SMALL);
+  EXPECT_EQ(std::u16string(buffer), u"xy");
   // A null slot list reads as zeros instead of crashing.
   EXPECT_EQ(Fmt(u"%d %s %f", {}), "0 (null) 0.000000");
 }

@@ -5,14 +5,19 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#ifdef _WIN32
+#include <windows.h>
+#else
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#endif
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <thread>
@@ -20,9 +25,36 @@
 #include <sstream>
 #include <string>
 
+#include "base/folders.h"
+
 namespace zyrtest {
 
-// A fresh folder below ZYR_TEST_TMP (or /tmp), unique to this process.
+// A fresh folder below ZYR_TEST_TMP (or /tmp; the system's temporary
+// folder in a Windows build), unique to this process.
+#ifdef _WIN32
+inline std::string MakeTempDir(const std::string& tag) {
+  static unsigned serial = 0;
+  std::filesystem::path dir = std::filesystem::temp_directory_path() /
+                              ("zyr-" + tag + "-" + std::to_string(GetCurrentProcessId()) + "-" +
+                               std::to_string(GetTickCount64()) + "-" + std::to_string(++serial));
+  std::filesystem::create_directories(dir);
+  return dir.string();
+}
+
+inline void RemoveTree(const std::string& dir) {
+  std::error_code ignored;
+  std::filesystem::remove_all(dir, ignored);
+}
+
+inline int setenv(const char* name, const char* value, int) {
+  SetEnvironmentVariableA(name, value);  // what the library reads
+  return _putenv_s(name, value);
+}
+inline int unsetenv(const char* name) {
+  SetEnvironmentVariableA(name, nullptr);
+  return _putenv_s(name, "");
+}
+#else
 inline std::string MakeTempDir(const std::string& tag) {
   const char* base = getenv("ZYR_TEST_TMP");
   std::string root = base && *base ? base : "/tmp";
@@ -37,6 +69,7 @@ inline void RemoveTree(const std::string& dir) {
   std::string cmd = "rm -rf '" + dir + "'";
   (void)!system(cmd.c_str());
 }
+#endif
 
 // Points the user's local data folder, and so the default log folder, into
 // a private folder for the test.
@@ -77,8 +110,8 @@ inline void WriteFile(const std::string& path, const std::string& bytes) {
 
 // True for anything at the path, a dangling link included.
 inline bool Exists(const std::string& path) {
-  struct stat st;
-  return lstat(path.c_str(), &st) == 0;
+  std::error_code ignored;
+  return std::filesystem::symlink_status(path, ignored).type() != std::filesystem::file_type::not_found;
 }
 
 // Sets or clears an environment variable for a scope and puts the old value
@@ -103,6 +136,15 @@ class ScopedEnv {
   std::string old_;
 };
 
+// Whether the user's local data folder, and so the default log folder,
+// follows LOCALAPPDATA. Not where the key store names the folder (the
+// registry of an NT system does), since the store comes first.
+inline bool LocalAppDataFollowsEnvironment() {
+  ScopedEnv probe("LOCALAPPDATA", "zyr-probe");
+  ZyrBasString folder;
+  return ZyrBasGetFolder(ZYR_FOLDER_LOCAL_APPDATA, folder) == ZYR_OK && Str(folder) == u"zyr-probe";
+}
+
 // A test with a fresh private folder, removed afterwards.
 class TempDirTest : public ::testing::Test {
  protected:
@@ -120,6 +162,7 @@ class TempDirTest : public ::testing::Test {
   std::string dir_;
 };
 
+#ifndef _WIN32
 // Runs `body` in a forked child and gives its result as the exit code, or
 // -1 when the child did not end within `seconds` (it is killed then) or
 // died of a signal. For what must not touch this process: resource limits,
@@ -170,6 +213,7 @@ inline std::vector<int> ExhaustDescriptors() {
   for (int fd; (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) taken.push_back(fd);
   return taken;
 }
+#endif
 
 }  // namespace zyrtest
 

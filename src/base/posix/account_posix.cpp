@@ -1,4 +1,4 @@
-#include "base/posix/account_posix.h"
+#include "base/os/account_os.h"
 
 #include <dlfcn.h>
 #include <pwd.h>

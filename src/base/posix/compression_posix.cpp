@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "base/compression.h"
-#include "base/posix/native_path.h"
+#include "base/os/native_path.h"
 #include "base/result.h"
 
 ZyrResult ZyrBasCompressionRequest::Start(const char16_t* path) {

@@ -1,4 +1,4 @@
-#include "base/posix/file_posix.h"
+#include "base/os/file_os.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -18,7 +18,7 @@
 
 #include "base/memory.h"
 #include "base/result.h"
-#include "base/posix/security_posix.h"
+#include "base/os/security_os.h"
 #include "base/security.h"
 
 namespace {
@@ -212,9 +212,9 @@ ZyrResult ZyrBasOsAppend(int handle, bool appendMode, const void* buffer, std::s
   return ZYR_OK;
 }
 
-ZyrResult ZyrBasOsSetAppendMode(int handle) {
-  int flags = fcntl(handle, F_GETFL);
-  if (flags < 0 || fcntl(handle, F_SETFL, flags | O_APPEND) != 0) return LastError();
+ZyrResult ZyrBasOsSetAppendMode(int* handle) {
+  int flags = fcntl(*handle, F_GETFL);
+  if (flags < 0 || fcntl(*handle, F_SETFL, flags | O_APPEND) != 0) return LastError();
   return ZYR_OK;
 }
 

@@ -1,4 +1,4 @@
-#include "base/posix/folder_watch_posix.h"
+#include "base/os/folder_watch_os.h"
 
 #include <errno.h>
 #include <sys/inotify.h>

@@ -1,4 +1,4 @@
-#include "base/posix/identity_posix.h"
+#include "base/os/identity_os.h"
 
 #include <dlfcn.h>
 
@@ -17,7 +17,15 @@
 
 #include "base/result.h"
 
-const char* ZyrBasOsGetEnv(const char* name) { return getenv(name); }
+ZyrResult ZyrBasOsGetEnv(const char* name, ZyrBasNarrowText& out) {
+  const char* value = getenv(name);
+  if (!value) return ZYR_I_NOT_FOUND;
+  std::size_t n = std::strlen(value);
+  ZyrResult r = out.Resize(n);
+  if (ZyrFailed(r)) return r;
+  std::memcpy(out.Data(), value, n);
+  return ZYR_OK;
+}
 
 ZyrResult ZyrBasOsHostName(ZyrBasNarrowText& out) {
   ZyrResult r = out.Reserve(HOST_NAME_MAX + 2);

@@ -3,7 +3,7 @@
 
 #include "base/library.h"
 #include "base/path.h"
-#include "base/posix/native_path.h"
+#include "base/os/native_path.h"
 #include "base/result.h"
 
 namespace {

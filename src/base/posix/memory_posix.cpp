@@ -1,4 +1,4 @@
-#include "base/posix/memory_posix.h"
+#include "base/os/memory_os.h"
 
 #include <sys/mman.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "base/posix/native_path.h"
+#include "base/os/native_path.h"
 
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-#include "base/posix/random_posix.h"
+#include "base/os/random_os.h"
 
 #include <sys/auxv.h>
 #include <sys/random.h>

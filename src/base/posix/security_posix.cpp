@@ -1,4 +1,4 @@
-#include "base/posix/security_posix.h"
+#include "base/os/security_os.h"
 
 #include <errno.h>
 #include <sys/stat.h>

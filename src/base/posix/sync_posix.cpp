@@ -1,4 +1,4 @@
-#include "base/posix/sync_posix.h"
+#include "base/os/sync_os.h"
 
 #include <errno.h>
 #include <poll.h>
@@ -12,6 +12,7 @@
 
 #include "base/memory.h"
 #include "base/result.h"
+#include "base/sync.h"
 
 namespace {
 
@@ -147,6 +148,10 @@ ZyrResult ZyrBasOsWait(const ZyrBasHandle* handles, std::uint32_t count, bool wa
     n = poll(pending, waiting, timeout);
     if (n < 0 && errno != EINTR) return ZyrResultFromErrno(errno);
   }
+}
+
+void ZyrBasEndThread(ZyrResult status) {
+  pthread_exit(reinterpret_cast<void*>(static_cast<std::intptr_t>(static_cast<std::int32_t>(status))));
 }
 
 void ZyrBasOsSleep(std::uint32_t milliseconds) {

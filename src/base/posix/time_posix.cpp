@@ -1,4 +1,4 @@
-#include "base/posix/time_posix.h"
+#include "base/os/time_os.h"
 
 #include <fcntl.h>
 #include <time.h>

@@ -35,3 +35,5 @@ ZyrResult ZyrBasTlsSet(std::uint32_t index, void* value) {
   if (e == ENOMEM) return ZYR_E_OUT_OF_MEMORY;
   return e == 0 ? ZYR_OK : ZYR_E_INVALID_ARGUMENT;
 }
+
+void ZyrBasTlsThreadDetach() {}

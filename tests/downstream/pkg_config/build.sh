@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the client with nothing but the compiler and pkg-config.
+# Builds a client with nothing but the compiler and pkg-config, as README
+# shows it: build.sh SOURCE OUTPUT.
 set -euo pipefail
-out="$1"
-c++ -std=c++20 -o "$out" "$(dirname "$0")/../app.cpp" $(pkg-config --cflags --libs zyrlog) \
+c++ -std=c++20 -o "$2" "$1" $(pkg-config --cflags --libs zyrlog) \
   -Wl,-rpath,"$(pkg-config --variable=libdir zyrlog)"

@@ -1,8 +1,7 @@
-// The platform half of computer and process identity. Texts come back in
-// the system's narrow encoding (UTF-8 here); src/base/identity.cpp makes
-// them wide.
-#ifndef ZYR_BASE_POSIX_IDENTITY_POSIX_H
-#define ZYR_BASE_POSIX_IDENTITY_POSIX_H
+// The platform half of computer and process identity. Texts come back as
+// native text (UTF-8); src/base/identity.cpp makes them wide.
+#ifndef ZYR_BASE_OS_IDENTITY_OS_H
+#define ZYR_BASE_OS_IDENTITY_OS_H
 
 #include <cstddef>
 #include <cstdint>
@@ -10,8 +9,9 @@
 #include "base/string.h"
 #include "zyrlog/result.h"
 
-// The value of a variable of the process environment; null when unset.
-const char* ZyrBasOsGetEnv(const char* name);
+// The value of a variable of the process environment; ZYR_I_NOT_FOUND when
+// unset.
+ZyrResult ZyrBasOsGetEnv(const char* name, ZyrBasNarrowText& out);
 // The host name; ZYR_I_NOT_FOUND when the system has none to give.
 ZyrResult ZyrBasOsHostName(ZyrBasNarrowText& out);
 // The login name of the effective user; ZYR_I_NOT_FOUND if the account has

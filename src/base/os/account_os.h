@@ -1,8 +1,9 @@
 // Accounts of the system by uid or login name, and where the system's own
-// C library is loaded from: the sources of the folders that belong to a
-// user or to the system.
-#ifndef ZYR_BASE_POSIX_ACCOUNT_POSIX_H
-#define ZYR_BASE_POSIX_ACCOUNT_POSIX_H
+// library is loaded from (the C library on Linux, ntdll.dll on NT): the
+// sources of the folders that belong to a user or to the system. The NT
+// layer has no accounts by number and finds none.
+#ifndef ZYR_BASE_OS_ACCOUNT_OS_H
+#define ZYR_BASE_OS_ACCOUNT_OS_H
 
 #include <cstdint>
 

@@ -1,8 +1,9 @@
-// The platform half of folder change notification: one inotify descriptor
-// per watched folder. The descriptor is the waitable: poll reports it
-// readable while notifications wait to be read.
-#ifndef ZYR_BASE_POSIX_FOLDER_WATCH_POSIX_H
-#define ZYR_BASE_POSIX_FOLDER_WATCH_POSIX_H
+// The platform half of folder change notification. The handle is the
+// waitable, signalled while notifications wait to be read: an inotify
+// descriptor on Linux, the event of a pending NtNotifyChangeDirectoryFile
+// on NT (closing it ends the request).
+#ifndef ZYR_BASE_OS_FOLDER_WATCH_OS_H
+#define ZYR_BASE_OS_FOLDER_WATCH_OS_H
 
 #include "base/handle.h"
 #include "zyrlog/result.h"

@@ -1,11 +1,11 @@
 // The platform half of events, waits and threads. Only src/base/sync.cpp
 // uses it; a second platform implements these few functions again.
 //
-// A handle is a file descriptor here: every waitable thing (event, thread,
-// folder notification) is a descriptor that poll reports readable while the
-// object is signalled.
-#ifndef ZYR_BASE_POSIX_SYNC_POSIX_H
-#define ZYR_BASE_POSIX_SYNC_POSIX_H
+// Every waitable thing (event, thread, folder notification) is a handle
+// that stands signalled while the object is: on Linux a descriptor that
+// poll reports readable, on NT a handle of the system.
+#ifndef ZYR_BASE_OS_SYNC_OS_H
+#define ZYR_BASE_OS_SYNC_OS_H
 
 #include <cstdint>
 

@@ -1,8 +1,8 @@
-// The platform half of security: the accounts of the process, and the mode
-// bits of files, which are all that access rules can become on this
-// platform.
-#ifndef ZYR_BASE_POSIX_SECURITY_POSIX_H
-#define ZYR_BASE_POSIX_SECURITY_POSIX_H
+// The platform half of security: the accounts of the process, and what
+// access rules become for a file: its mode bits on Linux, the descriptor
+// itself on NT (which has no numeric ids, and reads and writes no mode).
+#ifndef ZYR_BASE_OS_SECURITY_OS_H
+#define ZYR_BASE_OS_SECURITY_OS_H
 
 #include <cstdint>
 

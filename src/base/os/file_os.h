@@ -1,8 +1,8 @@
-// The system calls behind base/file.h, on native (UTF-8, "/") names and
-// descriptors. Every failure comes back as a ZyrResult through
-// ZyrResultFromErrno.
-#ifndef ZYR_BASE_POSIX_FILE_POSIX_H
-#define ZYR_BASE_POSIX_FILE_POSIX_H
+// The system calls behind base/file.h, on native names (base/os/native_path.h)
+// and the system's handles: descriptors on Linux, NT handles, whose 32
+// significant bits fit the int. Every failure comes back as a ZyrResult.
+#ifndef ZYR_BASE_OS_FILE_OS_H
+#define ZYR_BASE_OS_FILE_OS_H
 
 #include <cstddef>
 #include <cstdint>
@@ -23,9 +23,10 @@ ZyrResult ZyrBasOsWriteAt(int handle, std::int64_t offset, const void* buffer, s
 // for appending.
 ZyrResult ZyrBasOsAppend(int handle, bool appendMode, const void* buffer, std::size_t count,
                          std::size_t* done);
-// Turns append mode on for an open descriptor: from then on a plain write
-// goes to the end of the file.
-ZyrResult ZyrBasOsSetAppendMode(int handle);
+// Turns append mode on for an open handle: from then on a plain write goes
+// to the end of the file. A layer whose handles cannot change their mode
+// puts a new handle to the same file in place of the old one.
+ZyrResult ZyrBasOsSetAppendMode(int* handle);
 // The descriptor's position; after an append, the end of the file as that
 // write left it.
 ZyrResult ZyrBasOsPosition(int handle, std::int64_t* position);

@@ -1,6 +1,6 @@
 // The platform half of the clock.
-#ifndef ZYR_BASE_POSIX_TIME_POSIX_H
-#define ZYR_BASE_POSIX_TIME_POSIX_H
+#ifndef ZYR_BASE_OS_TIME_OS_H
+#define ZYR_BASE_OS_TIME_OS_H
 
 #include <cstdint>
 

@@ -1,6 +1,6 @@
 // What the system is told about the library's large blocks.
-#ifndef ZYR_BASE_POSIX_MEMORY_POSIX_H
-#define ZYR_BASE_POSIX_MEMORY_POSIX_H
+#ifndef ZYR_BASE_OS_MEMORY_OS_H
+#define ZYR_BASE_OS_MEMORY_OS_H
 
 #include <cstddef>
 

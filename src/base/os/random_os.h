@@ -1,6 +1,6 @@
 // The system's share of the random generator's seed.
-#ifndef ZYR_BASE_POSIX_RANDOM_POSIX_H
-#define ZYR_BASE_POSIX_RANDOM_POSIX_H
+#ifndef ZYR_BASE_OS_RANDOM_OS_H
+#define ZYR_BASE_OS_RANDOM_OS_H
 
 #include <cstddef>
 

@@ -1,0 +1,40 @@
+# Compiles SOURCE once per CASE: CASE 0 must compile, every other must fail
+# with a message that holds the text of the comment behind its call, as in
+#   #elif CASE == 3
+#     ZYR_INFO(lg, u"%d", 1, 2);  // more_arguments_than_the_format_uses
+# Arguments: -DCXX=... -DINCLUDE=... -DSOURCE=...
+file(STRINGS ${SOURCE} lines REGEX "^#elif CASE == [0-9]+$|;  // ")
+set(cases 0)
+set(failures "")
+foreach(line IN LISTS lines)
+  if(line MATCHES "^#elif CASE == ([0-9]+)$")
+    set(case ${CMAKE_MATCH_1})
+  elseif(DEFINED case AND line MATCHES ";  // (.*)$")
+    set(want_${case} "${CMAKE_MATCH_1}")
+    list(APPEND cases ${case})
+    unset(case)
+  endif()
+endforeach()
+foreach(case IN LISTS cases)
+  execute_process(
+    COMMAND ${CXX} -std=c++20 -Wall -Wextra -Werror -fsyntax-only -I${INCLUDE} -DCASE=${case} ${SOURCE}
+    RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE out)
+  if(case EQUAL 0)
+    if(NOT rc EQUAL 0)
+      string(APPEND failures "case 0 (calls that must compile) does not compile:\n${out}\n")
+    endif()
+  elseif(rc EQUAL 0)
+    string(APPEND failures "case ${case} compiles, but must fail with \"${want_${case}}\"\n")
+  else()
+    string(FIND "${out}" "${want_${case}}" at)
+    if(at EQUAL -1)
+      string(APPEND failures "case ${case} fails without \"${want_${case}}\":\n${out}\n")
+    endif()
+  endif()
+endforeach()
+list(LENGTH cases count)
+if(failures)
+  message(FATAL_ERROR "${failures}")
+endif()
+get_filename_component(name ${SOURCE} NAME_WE)
+message(STATUS "${name}: ${count} cases as expected")
