@@ -1,6 +1,8 @@
 // zyrlog-errors: a result code to its name and meaning, and back.
 //
 //   zyrlog-errors 0xe0010058        ZYR_E_ACCESS_DENIED  0xe0010058  permission denied ...
+//   zyrlog-errors 0xa0010058        its warning form, which a log call returns
+//                                   when an appender failed with that error
 //   zyrlog-errors -536805288        the same code as a signed decimal, as "%d" prints it
 //   zyrlog-errors access_denied     names match without case and without the ZYR_ prefix
 //   zyrlog-errors                   the whole table
@@ -60,6 +62,12 @@ bool ParseNumber(const char* text, ZyrResult* code) {
   return true;
 }
 
+// The warning form of an error, as the log calls return it.
+void PrintWarningForm(ZyrResult code, const zyrtool::ResultName& error) {
+  std::printf("%-32s %s  warning form of %s: %s (%s)\n", "(warning form)", zyrtool::Hex(code).c_str(),
+              error.name, zyrtool::kWarningFormMeaning, error.meaning);
+}
+
 // A code that is in no table: say what its bits tell.
 void Explain(ZyrResult code) {
   auto bits = static_cast<std::uint32_t>(code);
@@ -67,6 +75,8 @@ void Explain(ZyrResult code) {
   unsigned facility = (bits >> 16) & 0x1fff;
   unsigned number = bits & 0xffff;
   std::printf("%-32s %s  %s", "(no name)", zyrtool::Hex(code).c_str(), kSeverity[bits >> 30]);
+  // A system error's warning form comes from a log call too.
+  if ((bits >> 30) == 2) std::printf(" form (%s)", zyrtool::kWarningFormMeaning);
   if (facility == 7 && !(bits & 0x20000000u)) {
     // The library carries system errors it has no name for with their
     // number; an errno without a row of its own is kept as 0x2000 + errno.
@@ -86,7 +96,8 @@ int main(int argc, char** argv) {
     std::printf("usage: zyrlog-errors [CODE|NAME]...\n"
                 "  CODE: 0xe0010058, e0010058, -536805288 or 3758161960\n"
                 "  NAME: ZYR_E_ACCESS_DENIED or access_denied\n"
-                "Without arguments, prints every code.\n");
+                "Without arguments, prints every code. A log call answers an appender's\n"
+                "failure with the warning form of its error: 0xa001.... for 0xe001....\n");
     return 0;
   }
   if (argc == 1) {
@@ -100,6 +111,8 @@ int main(int argc, char** argv) {
     } else if (ParseNumber(argv[i], &code)) {
       if (const zyrtool::ResultName* found = zyrtool::FindResult(code)) {
         Print(*found);
+      } else if (const zyrtool::ResultName* error = zyrtool::FindErrorOfWarning(code)) {
+        PrintWarningForm(code, *error);
       } else {
         Explain(code);
         status = 1;

@@ -44,7 +44,7 @@ ZyrResult ZyrLogAppender::WriteConfig(ZyrCfgSection& section) {
   return r;
 }
 
-ZyrResult ZyrLogAppender::Init(const char16_t* name, ZyrLogHierarchy* owner) {
+ZyrResult ZyrLogAppender::Init(const char16_t* name, ZyrLogAppenderOwner* owner) {
   breakSeverity_ = ZYR_SEVERITY_ALL;
   ZyrResult r = name_.Assign(name);
   if (ZyrSucceeded(r) && !lock_.Exists()) r = lock_.Create();

@@ -14,8 +14,20 @@
 
 struct ZyrLogEvent;
 class ZyrLogLayout;
-class ZyrLogHierarchy;
 class ZyrCfgSection;
+
+// What an appender may tell the engine that owns it, and nothing more: the
+// appenders know no other part of the engine.
+class ZyrLogAppenderOwner {
+ public:
+  // A rolling appender has moved its live file aside to `path`; the owner
+  // may ask the file system to compress it. Never waits; the answer does
+  // not change the rollover.
+  virtual ZyrResult ReportRolledFile(const char16_t* path) = 0;
+
+ protected:
+  ~ZyrLogAppenderOwner() = default;
+};
 
 class ZyrLogAppender {
  public:
@@ -39,7 +51,7 @@ class ZyrLogAppender {
   // nothing back has nothing to do.
   virtual std::uint64_t EndBatch(ZyrResult* failure);
 
-  ZyrResult Init(const char16_t* name, ZyrLogHierarchy* owner);
+  ZyrResult Init(const char16_t* name, ZyrLogAppenderOwner* owner);
   // The entry from a logger: filter, format, open if needed, write.
   ZyrResult DoAppend(ZyrLogEvent& event);
   ZyrResult AppendFormatted(ZyrLogEvent& event, const char16_t* text, std::size_t length);
@@ -55,7 +67,7 @@ class ZyrLogAppender {
   void SetLayout(ZyrLogLayout* layout) { layout_ = layout; }
   bool IsOpened() const { return opened_ != 0; }
   ZyrLogSeverity BreakSeverity() const { return breakSeverity_; }
-  ZyrLogHierarchy* Owner() const { return owner_; }
+  ZyrLogAppenderOwner* Owner() const { return owner_; }
 
  protected:
   ZyrLogAppender() = default;
@@ -68,7 +80,7 @@ class ZyrLogAppender {
   ZyrLogLayout* layout_ = nullptr;
   ZyrBasString name_;
   ZyrLogSeverity breakSeverity_ = ZYR_SEVERITY_ALL;
-  ZyrLogHierarchy* owner_ = nullptr;
+  ZyrLogAppenderOwner* owner_ = nullptr;
   // The formatted line, kept from event to event so that an ordinary line
   // needs no allocation; used only under the lock.
   ZyrBasString line_;
@@ -79,7 +91,7 @@ class ZyrLogAppender {
 class ZyrLogAppenderCreator {
  public:
   virtual ~ZyrLogAppenderCreator() = default;
-  virtual ZyrResult Create(ZyrLogAppender** appender, ZyrLogHierarchy* hierarchy,
+  virtual ZyrResult Create(ZyrLogAppender** appender, ZyrLogAppenderOwner* owner,
                            const char16_t* name) = 0;
 };
 
@@ -87,7 +99,7 @@ class ZyrLogAppenderCreator {
 // log folder for the file-based classes. ZYR_E_APPENDER_NOT_FOUND for a
 // value outside the table.
 ZyrResult ZyrLogMakeAppender(const ZyrBasString& appenderType, const ZyrBasString& logFolder,
-                             ZyrLogHierarchy* hierarchy, const char16_t* name,
+                             ZyrLogAppenderOwner* owner, const char16_t* name,
                              ZyrLogAppender** appender);
 
 // The manager's appenders by exact name; owns them.

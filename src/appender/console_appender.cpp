@@ -15,7 +15,8 @@ ZyrResult CheckType(ZyrCfgSection& section, const char16_t* expected) {
 
 ZyrResult ZyrLogConsoleAppender::WriteText(const char16_t* text, std::size_t length) {
   if (!ready_) return ZYR_E_NOT_INITIALIZED;
-  ZyrResult r = ZyrBasEncodeNarrow(encoded_, text, length, ZYR_CP_OEM);
+  // A lone surrogate is spelt "\uDNNN", as in a log file.
+  ZyrResult r = ZyrBasEncodeNarrow(encoded_, text, length, ZYR_CP_OEM, ZyrBasBadText::Escape);
   if (ZyrFailed(r)) return r;
   r = encoded_.Append('\n');
   if (ZyrFailed(r)) return r;

@@ -8,10 +8,10 @@
 
 namespace {
 template <class T>
-ZyrResult Make(ZyrLogHierarchy* hierarchy, const char16_t* name, ZyrLogAppender** appender) {
+ZyrResult Make(ZyrLogAppenderOwner* owner, const char16_t* name, ZyrLogAppender** appender) {
   T* made = ZyrNew<T>();
   if (!made) return ZYR_E_OUT_OF_MEMORY;
-  ZyrResult r = made->Init(name, hierarchy);
+  ZyrResult r = made->Init(name, owner);
   if (ZyrFailed(r)) {
     ZyrDelete(made);
     return r;
@@ -23,10 +23,10 @@ ZyrResult Make(ZyrLogHierarchy* hierarchy, const char16_t* name, ZyrLogAppender*
 // The file-based classes take the caller's log folder, against which a
 // relative FileName is read.
 template <class T>
-ZyrResult MakeFileBased(ZyrLogHierarchy* hierarchy, const char16_t* name,
+ZyrResult MakeFileBased(ZyrLogAppenderOwner* owner, const char16_t* name,
                         const ZyrBasString& logFolder, ZyrLogAppender** appender) {
   ZyrLogAppender* made = nullptr;
-  ZyrResult r = Make<T>(hierarchy, name, &made);
+  ZyrResult r = Make<T>(owner, name, &made);
   if (ZyrFailed(r)) return r;
   r = static_cast<T*>(made)->SetBaseFolder(logFolder);
   if (ZyrFailed(r)) {
@@ -39,20 +39,20 @@ ZyrResult MakeFileBased(ZyrLogHierarchy* hierarchy, const char16_t* name,
 }  // namespace
 
 ZyrResult ZyrLogMakeAppender(const ZyrBasString& type, const ZyrBasString& logFolder,
-                             ZyrLogHierarchy* hierarchy, const char16_t* name,
+                             ZyrLogAppenderOwner* owner, const char16_t* name,
                              ZyrLogAppender** appender) {
-  if (type.Equals(u"Console")) return Make<ZyrLogConsoleAppender>(hierarchy, name, appender);
+  if (type.Equals(u"Console")) return Make<ZyrLogConsoleAppender>(owner, name, appender);
   // "Syslog" makes a Null appender, whose Configure then refuses the type:
   // no syslog protocol exists in this library.
   if (type.Equals(u"Null") || type.Equals(u"Syslog"))
-    return Make<ZyrLogNullAppender>(hierarchy, name, appender);
+    return Make<ZyrLogNullAppender>(owner, name, appender);
   if (type.Equals(u"RollingFile"))
-    return MakeFileBased<ZyrLogRollingFileAppender>(hierarchy, name, logFolder, appender);
+    return MakeFileBased<ZyrLogRollingFileAppender>(owner, name, logFolder, appender);
   // "SharedFile" has no class of its own: it makes a File appender, whose
   // Configure then refuses the type.
   if (type.Equals(u"File") || type.Equals(u"SharedFile"))
-    return MakeFileBased<ZyrLogFileAppender>(hierarchy, name, logFolder, appender);
+    return MakeFileBased<ZyrLogFileAppender>(owner, name, logFolder, appender);
   if (type.Equals(u"RollingDateFile"))
-    return MakeFileBased<ZyrLogRollingDateFileAppender>(hierarchy, name, logFolder, appender);
+    return MakeFileBased<ZyrLogRollingDateFileAppender>(owner, name, logFolder, appender);
   return ZYR_E_APPENDER_NOT_FOUND;
 }

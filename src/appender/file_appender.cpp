@@ -122,7 +122,7 @@ ZyrResult ZyrLogFileWriter::WriteLine(const char16_t* text, std::size_t length) 
   if (encoding_ != ZYR_LOG_ENCODING_UTF16 && !sealPending_) {
     // The usual road: the text straight into UTF-8 and the line end behind
     // it, with no wide copy of the line first.
-    r = ZyrBasEncodeUtf8(encodedBuffer_, text, length);
+    r = ZyrBasEncodeUtf8(encodedBuffer_, text, length, ZyrBasBadText::Escape);
     if (ZyrSucceeded(r)) r = encodedBuffer_.Reserve(encodedBuffer_.Count() + 2);
     if (ZyrFailed(r)) return r;
     char* end = encodedBuffer_.end();
@@ -146,7 +146,7 @@ ZyrResult ZyrLogFileWriter::WriteLine(const char16_t* text, std::size_t length) 
       bytes = lineBuffer_.Text();
       count = lineBuffer_.Length() * sizeof(char16_t);
     } else {
-      r = ZyrBasEncodeUtf8(encodedBuffer_, lineBuffer_.Text(), lineBuffer_.Length());
+      r = ZyrBasEncodeUtf8(encodedBuffer_, lineBuffer_.Text(), lineBuffer_.Length(), ZyrBasBadText::Escape);
       if (ZyrFailed(r)) return r;
       bytes = encodedBuffer_.begin();
       count = encodedBuffer_.Count();

@@ -36,9 +36,9 @@ class ZyrLogFileWriter {
   ZyrResult OpenLogFile(const char16_t* path, bool allowDelete, bool createFresh);
   // The byte order mark at offset 0, for a file that has none yet.
   ZyrResult WriteMark();
-  // The text and CR LF, encoded, in one write at the end of the file. A line
-  // that cannot become UTF-8 (a lone surrogate) gives ZYR_E_INVALID_DATA
-  // and nothing is written. A line that only partly fits (a full disk)
+  // The text and CR LF, encoded, in one write at the end of the file. A lone
+  // surrogate, which has no UTF-8 form, is written as "\uDNNN"; a UTF-16
+  // file takes it as it stands. A line that only partly fits (a full disk)
   // gives ZYR_E_DISK_FULL, and the part written ends in " [torn line]" and
   // CR LF, so that the next line starts on a line of its own.
   ZyrResult WriteLine(const char16_t* text, std::size_t length);

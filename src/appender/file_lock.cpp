@@ -2,6 +2,7 @@
 
 #include "base/assert.h"
 #include "base/file_lock.h"
+#include "base/identity.h"
 
 ZyrResult ZyrLogFileLock::Open(const char16_t* path) {
   ZYR_ASSERT(state_ == ZYR_LOCK_CLOSED);
@@ -9,6 +10,12 @@ ZyrResult ZyrLogFileLock::Open(const char16_t* path) {
                            ZYR_FILE_SHARE_READ | ZYR_FILE_SHARE_WRITE,
                            ZYR_FILE_ASYNCHRONOUS | ZYR_FILE_SHARED_BY_ALL | ZYR_FILE_NO_LINK);
   if (ZyrFailed(r)) return r;
+  r = path_.Assign(path);
+  if (ZyrFailed(r)) {
+    (void)file_.Close();
+    return r;
+  }
+  process_ = ZyrBasCurrentProcessId();
   state_ = ZYR_LOCK_OPEN;
   return ZYR_OK;
 }
@@ -23,6 +30,16 @@ ZyrResult ZyrLogFileLock::OpenBeside(const ZyrBasString& logPath) {
 
 ZyrResult ZyrLogFileLock::TryLock(bool exclusive) {
   if (state_ == ZYR_LOCK_CLOSED) return ZYR_E_NOT_INITIALIZED;
+  if (process_ != ZyrBasCurrentProcessId()) {
+    // Closing the inherited open releases nothing of the parent's: the
+    // parent holds the same open file itself.
+    (void)file_.Close();
+    state_ = ZYR_LOCK_CLOSED;
+    ZyrBasString path;
+    path.Swap(path_);
+    ZyrResult r = Open(path.Text());
+    if (ZyrFailed(r)) return r;
+  }
   ZyrResult r = ZyrBasTryLockFile(file_, exclusive);
   if (ZyrSucceeded(r)) state_ = ZYR_LOCK_HELD;
   return r;

@@ -27,7 +27,9 @@ class ZyrLogFileLock {
   ZyrResult OpenBeside(const ZyrBasString& logPath);
   // Never waits. ZYR_W_TIMEOUT while another open of the file (another
   // process, or another appender of this one) holds it; ZYR_E_NOT_SUPPORTED
-  // where the file system can't lock, and the caller goes on alone.
+  // where the file system can't lock, and the caller goes on alone. In a
+  // forked child the file is opened again first: the open it inherited is
+  // the parent's, and so would be any lock taken through it.
   ZyrResult TryLock(bool exclusive);
   // Needs the lock held.
   void Unlock();
@@ -46,6 +48,8 @@ class ZyrLogFileLock {
  private:
   std::uint32_t state_ = ZYR_LOCK_CLOSED;
   ZyrBasFile file_;
+  ZyrBasString path_;
+  std::uint32_t process_ = 0;  // the process that opened file_
 };
 
 #endif

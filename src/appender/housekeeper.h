@@ -38,6 +38,12 @@ class ZyrLogHousekeeper {
 
   std::size_t PendingCount() const { return jobs_.Count(); }
 
+  // Around a fork: the lock taken before, given back after, made anew in
+  // the child.
+  void ForkPrepare() { lock_.Enter(); }
+  void ForkParent() { lock_.Leave(); }
+  void ForkChild() { lock_.RenewAfterFork(); }
+
  private:
   ZyrResult CompressByMask(const ZyrBasString& folder, const ZyrBasString& pattern);
   // One request for `path`, held while it runs; the file system's answer.

@@ -10,7 +10,6 @@
 #include "base/time.h"
 #include "config/document.h"
 #include "config/number.h"
-#include "engine/manager.h"
 
 namespace {
 
@@ -155,7 +154,7 @@ ZyrResult ZyrLogRollingDateFileAppender::Roll() {
   (void)RemoveOldFiles();
   // A failed move is not reported: the live file stays and is opened on.
   if (ZyrSucceeded(r)) {
-    if (ZyrLogHierarchy* owner = Owner()) (void)owner->ReportRolledFile(target.Text());
+    if (ZyrLogAppenderOwner* owner = Owner()) (void)owner->ReportRolledFile(target.Text());
   }
   return ZYR_OK;
 }

@@ -7,7 +7,6 @@
 #include "base/path.h"
 #include "config/document.h"
 #include "config/number.h"
-#include "engine/manager.h"
 
 namespace {
 
@@ -201,7 +200,7 @@ ZyrResult ZyrLogRollingFileAppender::Rotate() {
   if (ZyrFailed(r)) return r;
   r = ZyrBasMoveFile(path.Text(), to.Text());
   if (ZyrSucceeded(r)) {
-    if (ZyrLogHierarchy* owner = Owner()) (void)owner->ReportRolledFile(to.Text());
+    if (ZyrLogAppenderOwner* owner = Owner()) (void)owner->ReportRolledFile(to.Text());
     return ZYR_OK;
   }
   // The size limit holds even so; the old file's lines are lost.

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <utility>
 
+#include "base/file.h"
 #include "base/identity.h"
 #include "base/lock.h"
 #include "base/path.h"
@@ -96,15 +97,19 @@ ZyrResult ProfileFromStore(ZyrBasString& out, const ZyrBasString* login = nullpt
   return r;
 }
 
-// Environment first, else `fallback` below the profile.
+// Environment first (the XDG variable only with an absolute path, as XDG
+// has it), else `fallback` below the profile.
 ZyrResult FromEnvironment(ZyrBasString& path, const char16_t* name, const char16_t* xdgName,
                           const char16_t* fallback) {
   ZyrResult r = ZyrBasGetEnv(name, path);
   if (r == ZYR_OK && !path.Empty()) return ZYR_OK;
+  if (r == ZYR_E_OUT_OF_MEMORY) return r;
   if (xdgName) {
     r = ZyrBasGetEnv(xdgName, path);
-    if (r == ZYR_OK && !path.Empty()) return ZYR_OK;
+    if (r == ZYR_OK && !path.Empty() && path[0] == u'/') return ZYR_OK;
+    if (r == ZYR_E_OUT_OF_MEMORY) return r;
   }
+  path.Clear();
   if (!fallback) return ZYR_E_PATH_NOT_FOUND;
   ZyrBasString home;
   r = ZyrBasGetFolder(ZYR_FOLDER_PROFILE, home);
@@ -214,10 +219,23 @@ ZyrResult ZyrBasGetFolder(std::uint32_t id, ZyrBasString& path) {
   if (id == ZYR_FOLDER_PROFILE) {
     ZyrResult r = ProfileFromStore(path);
     if (r == ZYR_OK || r == ZYR_E_OUT_OF_MEMORY) return r;
-    r = ZyrBasGetEnv(u"HOME", path);
-    if (r == ZYR_OK && !path.Empty()) return ZYR_OK;
-    r = ZyrBasGetEnv(u"USERPROFILE", path);
-    if (r == ZYR_OK && !path.Empty()) return ZYR_OK;
+    // A service may run with HOME unset, or set to a folder that does not
+    // exist ("/nonexistent" for nobody): a home is only taken where it
+    // stands, else the account database's, else there is none.
+    for (const char16_t* name : {u"HOME", u"USERPROFILE"}) {
+      r = ZyrBasGetEnv(name, path);
+      if (r == ZYR_E_OUT_OF_MEMORY) return r;
+      if (r == ZYR_OK && !path.Empty() && ZyrSucceeded(ZyrBasDirectoryExists(path.Text()))) return ZYR_OK;
+    }
+    ZyrBasNarrowText home;
+    r = ZyrBasOsCurrentAccount(nullptr, &home);
+    if (r == ZYR_OK && home.Length() > 0) {
+      r = ZyrBasWideFromNative(home.Data(), home.Length(), path);
+      if (r == ZYR_E_OUT_OF_MEMORY) return r;
+      if (ZyrSucceeded(r) && ZyrSucceeded(ZyrBasDirectoryExists(path.Text()))) return ZYR_OK;
+    } else if (r == ZYR_E_OUT_OF_MEMORY) {
+      return r;
+    }
     path.Clear();
     return ZYR_E_PATH_NOT_FOUND;
   }
@@ -233,7 +251,8 @@ ZyrResult ZyrBasGetFolder(std::uint32_t id, ZyrBasString& path) {
   }
   switch (id) {
     case ZYR_FOLDER_LOCAL_APPDATA:
-      return FromEnvironment(path, u"LOCALAPPDATA", u"XDG_DATA_HOME", u".local/share");
+      // XDG's place for state that outlives a run, logs among it.
+      return FromEnvironment(path, u"LOCALAPPDATA", u"XDG_STATE_HOME", u".local/state");
     case ZYR_FOLDER_APPDATA:
       return FromEnvironment(path, u"APPDATA", u"XDG_CONFIG_HOME", u".config");
     case ZYR_FOLDER_COMMON_APPDATA: {
@@ -453,5 +472,5 @@ ZyrResult ZyrBasGetUserFolder(std::uint32_t id, ZyrBasString& path, const char16
   r = ReadShellFolder(id == ZYR_FOLDER_APPDATA ? u"AppData" : u"Local AppData", profile, path, &login);
   if (r == ZYR_OK || r == ZYR_E_OUT_OF_MEMORY) return r;
   return ZyrBasPathJoin(path, profile.Text(), profile.Length(),
-                        id == ZYR_FOLDER_APPDATA ? u".config" : u".local/share");
+                        id == ZYR_FOLDER_APPDATA ? u".config" : u".local/state");
 }

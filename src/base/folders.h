@@ -57,6 +57,11 @@ enum ZyrBasProductDirectoryKind : std::uint32_t {
 // variables) is followed: they are asked for when configuration is read,
 // never on the way of a message. ZYR_E_PATH_NOT_FOUND for a folder this
 // platform does not have; ZYR_E_INVALID_ARGUMENT for an id of 22 or more.
+// The profile (home) folder is the store's, else $HOME or $USERPROFILE
+// where it names an existing folder, else the account database's home
+// where that exists; with none of them the user's folders are not found.
+// Local data is $LOCALAPPDATA, else $XDG_STATE_HOME, else ~/.local/state;
+// roaming data $APPDATA, else $XDG_CONFIG_HOME, else ~/.config.
 ZyrResult ZyrBasGetFolder(std::uint32_t id, ZyrBasString& path);
 // The same into a counted buffer: ZYR_E_BUFFER_TOO_SMALL with the size
 // needed, terminator included; on success `needed` is the length written.

@@ -182,13 +182,26 @@ bool EmitWide(Sink& out, const ZyrBasFormatSpec& spec, const char16_t* text) {
   return EmitText(out, spec, text, n);
 }
 
+// The wide form of a narrow argument. Text read as UTF-8 (ANSI, OEM and
+// UTF-8 here) never fails the line: a byte that is no UTF-8 is printed as
+// "\xNN". On Linux file names are bytes, and the lines about odd files are
+// the ones that must not be lost. A null target measures.
+ZyrResult NarrowToWide(char16_t* wide, std::size_t capacity, ZyrBasCodePage selector, const char* text,
+                       std::size_t length, std::size_t* converted) {
+  if (selector == ZYR_CP_ANSI || selector == ZYR_CP_ANSI_LATIN1 || selector == ZYR_CP_OEM ||
+      selector == ZYR_CP_UTF8)
+    return ZyrBasDecodeUtf8Escaped(wide, capacity, text, length, converted);
+  if (!wide) return ZyrBasMeasureWide(converted, text, selector, length);
+  return ZyrBasToWide(wide, capacity + 1, text, selector, converted, length);
+}
+
 // Narrow text is converted whole, then printed as wide text; short texts
 // convert on the stack.
 ZyrResult EmitNarrow(Sink& out, const ZyrBasFormatSpec& spec, ZyrBasCodePage selector,
                      const char* text, std::size_t length) {
   if (!text) return EmitText(out, spec, kNull, 6) ? ZYR_OK : ZYR_E_BUFFER_TOO_SMALL;
   std::size_t needed = 0;
-  ZyrResult r = ZyrBasMeasureWide(&needed, text, selector, length);
+  ZyrResult r = NarrowToWide(nullptr, 0, selector, text, length, &needed);
   if (ZyrFailed(r)) return r;
   char16_t local[256];
   char16_t* wide = local;
@@ -198,7 +211,7 @@ ZyrResult EmitNarrow(Sink& out, const ZyrBasFormatSpec& spec, ZyrBasCodePage sel
     if (!wide) return ZYR_E_OUT_OF_MEMORY;
   }
   std::size_t converted = 0;
-  r = ZyrBasToWide(wide, needed + 1, text, selector, &converted, length);
+  r = NarrowToWide(wide, needed, selector, text, length, &converted);
   if (ZyrSucceeded(r)) r = EmitText(out, spec, wide, converted) ? ZYR_OK : ZYR_E_BUFFER_TOO_SMALL;
   if (wide != local) ZyrBasFree(wide);
   return r;

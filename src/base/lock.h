@@ -22,10 +22,10 @@ class ZyrBasCriticalSection {
   ZyrResult Create();
   void Delete();
   bool Exists() const { return initialised_ != 0; }
-  // In a forked child only: the lock is made anew, free, whoever held it in
-  // the parent. A lock taken before the fork cannot simply be left in the
-  // child: its owner is a thread that does not exist there (the forking
-  // thread has a new id in the child, too).
+  // In a forked child only, for a lock that the forking thread took before
+  // the fork (base/fork.h): the lock is made anew, free. A lock taken before
+  // the fork cannot simply be let go in the child: a recursive lock knows
+  // its owner by thread id, and the forking thread has a new one there.
   void RenewAfterFork();
   void Enter() { ZyrBasNativeLockEnter(&mutex_); }
   void Leave() { ZyrBasNativeLockLeave(&mutex_); }

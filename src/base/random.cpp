@@ -63,3 +63,15 @@ void ZyrBasRandomBytes(void* out, std::size_t count) {
   ZyrBasSpinGuard guard(gLock);
   ZyrBasRandomFillState(gState, out, count);
 }
+
+void ZyrBasRandomForkPrepare() { gLock.Acquire(); }
+void ZyrBasRandomForkParent() { gLock.Release(); }
+
+void ZyrBasRandomForkChild() {
+  // The lock word was taken by the forking thread, which is this one here.
+  unsigned char material[128];
+  std::size_t n = ZyrBasOsSeedMaterial(material, sizeof material);
+  ZyrBasRandomStirState(gState, material, n);
+  gSeeded.store(true, std::memory_order_release);
+  gLock.Release();
+}

@@ -28,4 +28,11 @@ void ZyrBasRandomSeed();
 std::uint32_t ZyrBasRandomStep();
 void ZyrBasRandomBytes(void* out, std::size_t count);
 
+// Around a fork (base/fork.h): the generator's lock is taken before and
+// given back after; the child, whose state would repeat the parent's,
+// stirs fresh material into it.
+void ZyrBasRandomForkPrepare();
+void ZyrBasRandomForkParent();
+void ZyrBasRandomForkChild();
+
 #endif

@@ -410,3 +410,26 @@ std::uint32_t ZyrBasThreadRecordCount() {
   ZyrBasLockGuard guard(*cs);
   return gRecordCount;
 }
+
+void ZyrBasThreadRecordsForkPrepare() {
+  if (ZyrBasCriticalSection* cs = gRecordLock.load(std::memory_order_acquire)) cs->Enter();
+}
+
+void ZyrBasThreadRecordsForkParent() {
+  if (ZyrBasCriticalSection* cs = gRecordLock.load(std::memory_order_acquire)) cs->Leave();
+}
+
+void ZyrBasThreadRecordsForkChild() {
+  ZyrBasCriticalSection* cs = gRecordLock.load(std::memory_order_acquire);
+  if (!cs) return;
+  cs->RenewAfterFork();
+  auto* mine = static_cast<ZyrBasThreadRecord*>(ZyrBasTlsGet(gRecordSlot));
+  for (ZyrBasThreadRecord* record = gRecordHead; record;) {
+    ZyrBasThreadRecord* next = record->next;
+    if (record != mine) ZyrBasFree(record);
+    record = next;
+  }
+  gRecordHead = mine;
+  gRecordCount = mine ? 1 : 0;
+  if (mine) mine->previous = mine->next = nullptr;
+}

@@ -216,5 +216,11 @@ ZyrBasThreadRecord* ZyrBasThreadRecordCurrent();
 void ZyrBasThreadRecordDrop();
 // How many records live, over all threads.
 std::uint32_t ZyrBasThreadRecordCount();
+// Around a fork (base/fork.h): the list's lock is taken before and given
+// back after; the child makes it anew and keeps only its own thread's
+// record, for the parent's other threads do not exist there.
+void ZyrBasThreadRecordsForkPrepare();
+void ZyrBasThreadRecordsForkParent();
+void ZyrBasThreadRecordsForkChild();
 
 #endif

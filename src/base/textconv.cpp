@@ -252,6 +252,54 @@ struct FromUtf8 {
   }
 };
 
+constexpr char kUpperHex[] = "0123456789ABCDEF";
+
+// Well-formed UTF-8 in the strict sense: no overlong forms, no surrogates,
+// nothing past U+10FFFF. The length of the sequence at s, or 0.
+std::size_t WellFormedUtf8(const Byte* s, std::size_t n, std::uint32_t* c) {
+  Byte b = s[0];
+  std::size_t k;
+  Byte low = 0x80, high = 0xbf;  // the range of the second byte
+  if (b >= 0xc2 && b <= 0xdf) k = 2;
+  else if (b == 0xe0) k = 3, low = 0xa0;
+  else if (b == 0xed) k = 3, high = 0x9f;
+  else if (b >= 0xe1 && b <= 0xef) k = 3;
+  else if (b == 0xf0) k = 4, low = 0x90;
+  else if (b >= 0xf1 && b <= 0xf3) k = 4;
+  else if (b == 0xf4) k = 4, high = 0x8f;
+  else return 0;
+  if (n < k || s[1] < low || s[1] > high) return 0;
+  std::uint32_t v = b & (0x7fu >> k);
+  for (std::size_t j = 1; j < k; ++j) {
+    if ((s[j] & 0xc0) != 0x80) return 0;
+    v = (v << 6) | (s[j] & 0x3fu);
+  }
+  *c = v;
+  return k;
+}
+
+// UTF-8 for a log line: a byte that does not start a well-formed sequence
+// becomes "\xNN" and decoding goes on at the next byte, so that every byte
+// of the text is told, once.
+struct FromUtf8Escaping {
+  template <class Sink>
+  static ZyrResult Run(const Byte* s, std::size_t n, Sink& sink) {
+    for (std::size_t i = 0; i < n;) {
+      std::uint32_t c = s[i];
+      std::size_t k = c < 0x80 ? 1 : WellFormedUtf8(s + i, n - i, &c);
+      if (k) {
+        if (!sink.Put(c)) return ZYR_E_BUFFER_TOO_SMALL;
+        i += k;
+        continue;
+      }
+      if (!sink.Put('\\') || !sink.Put('x') || !sink.Put(kUpperHex[c >> 4]) || !sink.Put(kUpperHex[c & 15]))
+        return ZYR_E_BUFFER_TOO_SMALL;
+      ++i;
+    }
+    return ZYR_OK;
+  }
+};
+
 struct FromUtf16 {
   template <class Sink>
   static ZyrResult Run(const Byte* s, std::size_t n, Sink& sink) {
@@ -474,6 +522,16 @@ ZyrResult ZyrBasTranscode(ZyrBasTextForm from, ZyrBasTextForm to, const void* so
   return kTable[from][to](source, sourceBytes, target, capacity, outBytes);
 }
 
+ZyrResult ZyrBasDecodeUtf8Escaped(char16_t* target, std::size_t capacity, const char* text,
+                                  std::size_t length, std::size_t* outLength) {
+  std::size_t bytes = 0;
+  std::size_t room = capacity > static_cast<std::size_t>(-1) / 2 ? static_cast<std::size_t>(-1) - 1 : capacity * 2;
+  ZyrResult r = Transcode<FromUtf8Escaping, Utf16Sink>(text, NarrowLength(text, length, ZYR_FORM_UTF8),
+                                                       target, room, &bytes);
+  *outLength = bytes / 2;
+  return r;
+}
+
 ZyrResult ZyrBasMeasureWide(std::size_t* outLength, const char* text, ZyrBasCodePage selector,
                             std::size_t length) {
   *outLength = 0;
@@ -568,7 +626,8 @@ ZyrResult ZyrBasAppendWide(ZyrBasString& out, const char* text, std::size_t leng
   return out.Resize(old + bytes / 2);  // within the reserved room: cannot fail
 }
 
-ZyrResult ZyrBasEncodeUtf8(ZyrBasArray<char>& out, const char16_t* text, std::size_t length) {
+ZyrResult ZyrBasEncodeUtf8(ZyrBasArray<char>& out, const char16_t* text, std::size_t length,
+                           ZyrBasBadText bad) {
   out.Clear();
   std::size_t n = WideLength(text, length);
   if (n == 0) return ZYR_OK;
@@ -577,7 +636,7 @@ ZyrResult ZyrBasEncodeUtf8(ZyrBasArray<char>& out, const char16_t* text, std::si
   if (n > static_cast<std::size_t>(-1) / 3) return ZYR_E_OUT_OF_MEMORY;
   ZyrResult r = out.Reserve(n * 3);
   if (ZyrFailed(r)) return r;
-  Byte* const first = reinterpret_cast<Byte*>(out.begin());
+  Byte* first = reinterpret_cast<Byte*>(out.begin());
   Byte* d = first;
   const char16_t* s = text;
   const char16_t* const end = text + n;
@@ -621,7 +680,25 @@ ZyrResult ZyrBasEncodeUtf8(ZyrBasArray<char>& out, const char16_t* text, std::si
       d += 3;
     } else {
       std::uint32_t low;
-      if (c >= 0xdc00 || s == end || (low = *s) - 0xdc00 >= 0x400) return ZYR_E_INVALID_DATA;
+      if (c >= 0xdc00 || s == end || (low = *s) - 0xdc00 >= 0x400) {
+        if (bad == ZyrBasBadText::Refuse) return ZYR_E_INVALID_DATA;
+        // Six bytes where three were reserved: the room is made here, on
+        // the rare road, and the valid text pays nothing for it.
+        std::size_t done = static_cast<std::size_t>(d - first);
+        out.SetCount(done);
+        ZyrResult grown = out.Reserve(done + 6 + static_cast<std::size_t>(end - s) * 3);
+        if (ZyrFailed(grown)) {
+          out.Clear();
+          return grown;
+        }
+        first = reinterpret_cast<Byte*>(out.begin());
+        d = first + done;
+        d[0] = '\\';
+        d[1] = 'u';
+        for (int i = 0; i < 4; ++i) d[2 + i] = static_cast<Byte>(kUpperHex[(c >> (12 - 4 * i)) & 15]);
+        d += 6;
+        continue;
+      }
       ++s;
       c = 0x10000 + ((c - 0xd800) << 10) + (low - 0xdc00);
       d[0] = static_cast<Byte>(0xf0 | (c >> 18));
@@ -636,22 +713,51 @@ ZyrResult ZyrBasEncodeUtf8(ZyrBasArray<char>& out, const char16_t* text, std::si
 }
 
 ZyrResult ZyrBasEncodeNarrow(ZyrBasArray<char>& out, const char16_t* text, std::size_t length,
-                             ZyrBasCodePage selector) {
+                             ZyrBasCodePage selector, ZyrBasBadText bad) {
   ZyrBasTextForm form;
   if (!EncodingForm(selector, &form)) {
     out.Clear();
     return ZYR_E_NOT_IMPLEMENTED;
   }
-  if (form == ZYR_FORM_UTF8) return ZyrBasEncodeUtf8(out, text, length);
+  if (form == ZYR_FORM_UTF8) return ZyrBasEncodeUtf8(out, text, length, bad);
   out.Clear();
   std::size_t n = WideLength(text, length);
   if (n == 0) return ZYR_OK;
   Transcoder convert = kTable[ZYR_FORM_UTF16][form];
   std::size_t bytes = 0;
   ZyrResult r = convert(text, n * 2, nullptr, 0, &bytes);
+  if (r == ZYR_E_INVALID_DATA && bad == ZyrBasBadText::Escape) {
+    // The other forms meet a lone surrogate only here: it is spelt out in
+    // the text first, which then converts.
+    ZyrBasString escaped;
+    r = ZyrBasEscapeLoneSurrogates(escaped, text, n);
+    if (ZyrFailed(r)) return r;
+    return ZyrBasEncodeNarrow(out, escaped.Text(), escaped.Length(), selector, ZyrBasBadText::Refuse);
+  }
   if (ZyrSucceeded(r)) r = out.Reserve(bytes);
   if (ZyrSucceeded(r)) r = convert(text, n * 2, out.begin(), bytes, &bytes);
   if (ZyrFailed(r)) return r;
   out.SetCount(bytes);
   return ZYR_OK;
+}
+
+ZyrResult ZyrBasEscapeLoneSurrogates(ZyrBasString& out, const char16_t* text, std::size_t length) {
+  out.Clear();
+  std::size_t n = WideLength(text, length);
+  ZyrResult r = out.Reserve(n + 1);
+  for (std::size_t i = 0; i < n && ZyrSucceeded(r); ++i) {
+    char16_t c = text[i];
+    bool paired = c >= 0xd800 && c < 0xdc00 && i + 1 < n && text[i + 1] >= 0xdc00 && text[i + 1] <= 0xdfff;
+    if (paired) {
+      r = out.Append(text + i, 2);
+      ++i;
+    } else if (c >= 0xd800 && c <= 0xdfff) {
+      char16_t escape[6] = {u'\\', u'u'};
+      for (int j = 0; j < 4; ++j) escape[2 + j] = static_cast<char16_t>(kUpperHex[(c >> (12 - 4 * j)) & 15]);
+      r = out.Append(escape, 6);
+    } else {
+      r = out.Append(c);
+    }
+  }
+  return r;
 }

@@ -50,6 +50,31 @@ ZyrResult ZyrBasNarrowToNarrow(char* target, std::size_t capacity, const char* t
                                ZyrBasCodePage selector, std::size_t length = ZYR_TERMINATED);
 
 // ---------------------------------------------------------------------------
+// Text that cannot be converted, on its way into a log line. A line is never
+// dropped over it: each unit that has no place in the target is written as
+// a visible escape that keeps what it was. A byte of narrow text that is
+// not part of well-formed UTF-8 becomes "\xNN", a lone surrogate of wide
+// text "\uDNNN", with upper-case hexadecimal digits. The escapes are plain
+// ASCII, and a text that converts cleanly is not touched (a backslash of
+// the text itself is not doubled, so "\x41" in a line may be either).
+enum class ZyrBasBadText : std::uint8_t {
+  Refuse,  // ZYR_E_INVALID_DATA, as everywhere else
+  Escape,
+};
+
+// Narrow text of a log call's argument (ANSI, which is UTF-8 here) to wide,
+// with "\xNN" for each byte outside well-formed UTF-8: overlong forms,
+// surrogates, values past U+10FFFF, stray continuation bytes and cut
+// sequences, each byte on its own. A null target only measures; sizes are
+// in characters, nothing is terminated. Never fails but with
+// ZYR_E_BUFFER_TOO_SMALL, reporting what was written.
+ZyrResult ZyrBasDecodeUtf8Escaped(char16_t* target, std::size_t capacity, const char* text,
+                                  std::size_t length, std::size_t* outLength);
+
+// Replaces `out` with the text, each lone surrogate spelt "\uDNNN".
+ZyrResult ZyrBasEscapeLoneSurrogates(ZyrBasString& out, const char16_t* text, std::size_t length);
+
+// ---------------------------------------------------------------------------
 // Growing forms for the hot paths.
 
 // Decodes narrow text by the selector and appends it. On failure the string
@@ -58,12 +83,14 @@ ZyrResult ZyrBasAppendWide(ZyrBasString& out, const char* text, std::size_t leng
                            ZyrBasCodePage selector);
 // Replaces the content of `out` with the UTF-8 form of the text, no
 // terminator. The buffer keeps its storage from call to call. A lone
-// surrogate gives ZYR_E_INVALID_DATA and leaves `out` empty.
+// surrogate gives ZYR_E_INVALID_DATA and leaves `out` empty, or with
+// ZyrBasBadText::Escape becomes "\uDNNN".
 ZyrResult ZyrBasEncodeUtf8(ZyrBasArray<char>& out, const char16_t* text,
-                           std::size_t length = ZYR_TERMINATED);
+                           std::size_t length = ZYR_TERMINATED,
+                           ZyrBasBadText bad = ZyrBasBadText::Refuse);
 // The same for the narrow form of any selector.
 ZyrResult ZyrBasEncodeNarrow(ZyrBasArray<char>& out, const char16_t* text, std::size_t length,
-                             ZyrBasCodePage selector);
+                             ZyrBasCodePage selector, ZyrBasBadText bad = ZyrBasBadText::Refuse);
 
 // ---------------------------------------------------------------------------
 // The transcoders underneath, indexed by (source form, target form). Sizes

@@ -82,6 +82,35 @@ ZyrResult ZyrLogClient::UseProductFolderOn(std::atomic<ZyrLogChannel*>& slot) {
   return ZyrSetChannelFolders(slot, folder.Text(), nullptr);
 }
 
+void ZyrLogClient::FinishAtExit() {
+  // Both channels lead to the one manager.
+  if (ZyrLogChannel* channel = publicChannel_.load()) channel->manager->FinishAtExit();
+}
+
+namespace {
+template <class Act>
+void ForEachLock(std::atomic<ZyrLogChannel*>* channels[2], ZyrBasCriticalSection& own, Act act) {
+  for (int i = 0; i < 2; ++i)
+    if (ZyrLogChannel* channel = channels[i]->load()) act(channel->lock);
+  act(own);
+}
+}  // namespace
+
+void ZyrLogClient::ForkPrepare() {
+  std::atomic<ZyrLogChannel*>* channels[2] = {&publicChannel_, &privateChannel_};
+  ForEachLock(channels, lock_, [](ZyrBasCriticalSection& cs) { cs.Enter(); });
+}
+
+void ZyrLogClient::ForkParent() {
+  std::atomic<ZyrLogChannel*>* channels[2] = {&publicChannel_, &privateChannel_};
+  ForEachLock(channels, lock_, [](ZyrBasCriticalSection& cs) { cs.Leave(); });
+}
+
+void ZyrLogClient::ForkChild() {
+  std::atomic<ZyrLogChannel*>* channels[2] = {&publicChannel_, &privateChannel_};
+  ForEachLock(channels, lock_, [](ZyrBasCriticalSection& cs) { cs.RenewAfterFork(); });
+}
+
 // Public channel.
 ZyrResult ZyrLogClient::GetLogger(ZyrLogger** logger, const char16_t* name) {
   return GetLoggerOn(publicChannel_, logger, name, publicMask_, true);

@@ -84,6 +84,16 @@ class ZyrLogClient : public IZyrLogAccess, public IZyrLog {
   ZyrResult StartDispatcher() override;
   void StopDispatcher() override;
 
+  // At process exit, for an object that its client never released: see
+  // ZyrLogManager::FinishAtExit.
+  void FinishAtExit();
+
+  // Around a fork: the channels' locks, then the client's own, taken
+  // before and given back after; made anew in the child.
+  void ForkPrepare();
+  void ForkParent();
+  void ForkChild();
+
  protected:
   ~ZyrLogClient();
   // Creates the client's lock and binds both channels, public first.

@@ -20,7 +20,11 @@ inline constexpr std::uint32_t ZYR_LOG_FOLDER_DEFAULT_FLAGS = 11;
 // directory ("...\Zyr\OPH2015") joined with `subfolder`.
 ZyrResult ZyrLogFolder(ZyrBasString& path, std::uint32_t flags, const char16_t* subfolder);
 
-// The default log folder: ZyrLogFolder with flags 11 and subfolder "log".
+// The default log folder: $LOGS_DIRECTORY (its first folder), which
+// systemd gives a service with LogsDirectory=, else ZyrLogFolder with
+// flags 11 and subfolder "log"; made if missing. On failure `path` still
+// names the folder that could not be made, or is empty when none could be
+// found (no home folder).
 ZyrResult ZyrDefaultLogFolder(ZyrBasString& path);
 
 // The private configuration folder: the all-users product directory's "log"

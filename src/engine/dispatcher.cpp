@@ -455,6 +455,7 @@ void ZyrLogDispatcher::Stop() {
   if (workerStarted_) {
     (void)worker_.StopEvent().Set();
     (void)worker_.Wait(kNoWait);
+    (void)worker_.Close();  // joined now: a process that ends next leaves no thread behind
   }
   Drain();
   ZyrBasLockGuard guard(drainLock_);

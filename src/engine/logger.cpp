@@ -185,6 +185,41 @@ void ZyrLoggerNode::ResetTree(ZyrLoggerNode* logger) {
       [](ZyrLoggerNode*) {});
 }
 
+namespace {
+// The shells of retired loggers, chained through their parent pointers:
+// nothing follows a shell's parent, for a shell has no hierarchy to write to.
+std::atomic<ZyrLoggerNode*> g_retired{nullptr};
+}  // namespace
+
+void ZyrLoggerNode::RetireTree(ZyrLoggerNode* top) {
+  ZyrLoggerNode* first = nullptr;
+  ZyrLoggerNode* last = nullptr;
+  Walk(
+      top, [](ZyrLoggerNode*) { return true; },
+      [&](ZyrLoggerNode* node) {
+        node->threshold.store(ZYR_SEVERITY_OFF);
+        node->hierarchy_ = nullptr;
+        node->appenderCount_.store(0);
+        node->appenders_.Free();
+        node->children_.Free();  // the walk is past this node's children
+        const char16_t* text = node->nameText_.load();
+        if (text && (!node->nameBlock_ || text != node->nameBlock_->text))
+          ZyrBasFree(const_cast<char16_t*>(text));
+        DropNameBlock(node->nameBlock_);
+        node->nameBlock_ = nullptr;
+        node->nameLength_ = 0;
+        node->nameText_.store(u"");
+        // The lock stays: a mutex is freed by nothing but the process's end.
+        node->parent_.store(first);
+        if (!first) last = node;
+        first = node;
+      });
+  if (!first) return;
+  ZyrLoggerNode* head = g_retired.load();
+  do last->parent_.store(head);
+  while (!g_retired.compare_exchange_weak(head, first));
+}
+
 // ---------------------------------------------------------------------------
 
 ZyrResult ZyrLogHierarchy::FindOrCreate(ZyrLoggerNode** logger, const char16_t* name,

@@ -1,5 +1,7 @@
 #include "engine/manager.h"
 
+#include <new>
+
 #include "base/file.h"
 #include "base/memory.h"
 #include "base/path.h"
@@ -11,6 +13,45 @@ namespace {
 ZyrBasLazyHolder g_managerHolder;
 std::atomic<std::uint64_t> g_created{0};
 std::atomic<std::uint64_t> g_destroyed{0};
+
+// The life lock: held while a manager is made or taken down, and by a fork
+// from before to after, outermost of all the library's locks. Made at the
+// first need, never destroyed.
+ZyrBasSpinLock g_lifeLockStart;
+alignas(ZyrBasCriticalSection) unsigned char g_lifeLockStorage[sizeof(ZyrBasCriticalSection)];
+std::atomic<ZyrBasCriticalSection*> g_lifeLock{nullptr};
+// Every manager that lives; usually one, two while a new one comes up as
+// the last reference to the old goes. Under the life lock.
+ZyrLogManager* g_live = nullptr;
+
+ZyrBasCriticalSection* LifeLock() {
+  ZyrBasCriticalSection* cs = g_lifeLock.load(std::memory_order_acquire);
+  if (cs) return cs;
+  ZyrBasSpinGuard guard(g_lifeLockStart);
+  cs = g_lifeLock.load(std::memory_order_relaxed);
+  if (cs) return cs;
+  cs = new (g_lifeLockStorage) ZyrBasCriticalSection();
+  if (ZyrFailed(cs->Create())) return nullptr;
+  g_lifeLock.store(cs, std::memory_order_release);
+  return cs;
+}
+
+// A guard on the life lock that tolerates a lock that could not be made.
+class LifeGuard {
+ public:
+  LifeGuard() : cs_(LifeLock()) {
+    if (cs_) cs_->Enter();
+  }
+  ~LifeGuard() {
+    if (cs_) cs_->Leave();
+  }
+  LifeGuard(const LifeGuard&) = delete;
+  LifeGuard& operator=(const LifeGuard&) = delete;
+  bool Held() const { return cs_ != nullptr; }
+
+ private:
+  ZyrBasCriticalSection* cs_;
+};
 }  // namespace
 
 // ---------------------------------------------------------------------------
@@ -49,6 +90,8 @@ void ZyrLogManager::Destroy(std::uint32_t flags) {
 }
 
 ZyrResult ZyrLogManager::Start(void** object) {
+  LifeGuard life;
+  if (!life.Held()) return ZYR_E_OUT_OF_MEMORY;
   ZyrLogManager* m = ZyrNew<ZyrLogManager>();
   if (!m) return ZYR_E_OUT_OF_MEMORY;
   ZyrResult r = m->lock_.Create();
@@ -77,11 +120,19 @@ ZyrResult ZyrLogManager::Start(void** object) {
     return r;
   }
   g_created.fetch_add(1);
+  m->nextLive_ = g_live;
+  g_live = m;
   *object = m;
   return ZYR_OK;
 }
 
 ZyrLogManager::~ZyrLogManager() {
+  LifeGuard life;
+  for (ZyrLogManager** p = &g_live; *p; p = &(*p)->nextLive_)
+    if (*p == this) {
+      *p = nextLive_;
+      break;
+    }
   if (started_) {
     // The worker must have been stopped; a build that finds it running
     // stops it here rather than lose what is queued.
@@ -89,7 +140,10 @@ ZyrLogManager::~ZyrLogManager() {
     hierarchy_.dispatcher->Drain();
     ZyrLoggerNode::CloseTree(hierarchy_.root);
   }
-  if (hierarchy_.root) hierarchy_.root->Destroy(1);
+  // The loggers outlive the manager as empty shells: a client that goes on
+  // logging through a pointer after its release (from an exit handler, say)
+  // is told ZYR_E_NOT_INITIALIZED instead of reading freed memory.
+  if (hierarchy_.root) ZyrLoggerNode::RetireTree(hierarchy_.root);
   hierarchy_.root = nullptr;
   appenders_.CloseAndDestroyAll();
   layouts_.DestroyAll();
@@ -102,6 +156,14 @@ ZyrLogManager::~ZyrLogManager() {
 // The defaults, at the start and at the end of ResetConfig: the layout
 // "defaultLayout", then the built-in text applied with the default log
 // folder. A manager never comes up without a configuration.
+//
+// Nor does it fail to come up for want of a log folder: a service account
+// whose home is missing, or a folder it may not make, must still be able
+// to log where its configuration says. The built-in text is then applied
+// with the folder that could not be made (empty when no home could be
+// found, so that a relative name is read as in any configuration without
+// a log folder), and its appender answers each line with its open's
+// failure, as any unwritable FileName does.
 ZyrResult ZyrLogManager::ApplyDefaults() {
   ZyrLogLayout* layout = nullptr;
   if (layouts_.Find(u"defaultLayout", &layout) == ZYR_E_LAYOUT_NOT_FOUND) {
@@ -115,7 +177,7 @@ ZyrResult ZyrLogManager::ApplyDefaults() {
   }
   ZyrBasString logFolder;
   ZyrResult r = ZyrDefaultLogFolder(logFolder);
-  if (ZyrFailed(r)) return r;
+  if (r == ZYR_E_OUT_OF_MEMORY) return r;
   ZyrStringReader reader(kZyrBuiltInConfig);
   return LoadConfigReader(reader, logFolder);
 }
@@ -359,5 +421,87 @@ ZyrResult ZyrLogManager::GetConfigText(ZyrBasString& text) {
   return r;
 }
 
-ZyrResult ZyrLogManager::StartDispatcher() { return hierarchy_.dispatcher->Start(); }
+ZyrResult ZyrLogManager::StartDispatcher() {
+  // A worker started now would hold lines that nobody writes once the
+  // process ends.
+  if (exiting_.load()) return ZYR_E_NOT_INITIALIZED;
+  return hierarchy_.dispatcher->Start();
+}
+
 void ZyrLogManager::StopDispatcher() { hierarchy_.dispatcher->Stop(); }
+
+void ZyrLogManager::FinishAtExit() {
+  exiting_.store(true);
+  hierarchy_.dispatcher->Stop();
+  (void)Flush();
+}
+
+// ---------------------------------------------------------------------------
+// Fork
+
+void ZyrLogManager::ForkPrepareOuter() {
+  if (ZyrBasCriticalSection* cs = LifeLock()) cs->Enter();
+}
+
+void ZyrLogManager::ForkParentOuter() {
+  if (ZyrBasCriticalSection* cs = g_lifeLock.load()) cs->Leave();
+}
+
+void ZyrLogManager::ForkChildOuter() {
+  if (ZyrBasCriticalSection* cs = g_lifeLock.load()) cs->RenewAfterFork();
+}
+
+void ZyrLogManager::ForkPrepareInner() {
+  for (ZyrLogManager* m = g_live; m; m = m->nextLive_) m->ForkPrepare();
+}
+
+void ZyrLogManager::ForkParentInner() {
+  for (ZyrLogManager* m = g_live; m; m = m->nextLive_) m->ForkParent();
+}
+
+void ZyrLogManager::ForkChildInner() {
+  for (ZyrLogManager* m = g_live; m; m = m->nextLive_) m->ForkChild();
+}
+
+void ZyrLogManager::ForkPrepare() {
+  ZyrLogDispatcher* d = hierarchy_.dispatcher;
+  d->ForkPrepareControl();
+  lock_.Enter();
+  d->ForkPrepareQueue();
+  // The walk reads the children lists, which the manager's lock guards.
+  ZyrLoggerNode::Walk(
+      hierarchy_.root,
+      [](ZyrLoggerNode* logger) {
+        logger->Lock().Enter();
+        return true;
+      },
+      [](ZyrLoggerNode*) {});
+  for (auto& entry : appenders_.Map()) entry.value->Lock().Enter();
+  d->Housekeeper().ForkPrepare();
+}
+
+void ZyrLogManager::ForkParent() {
+  ZyrLogDispatcher* d = hierarchy_.dispatcher;
+  d->Housekeeper().ForkParent();
+  for (auto& entry : appenders_.Map()) entry.value->Lock().Leave();
+  ZyrLoggerNode::Walk(
+      hierarchy_.root, [](ZyrLoggerNode*) { return true; },
+      [](ZyrLoggerNode* logger) { logger->Lock().Leave(); });
+  lock_.Leave();
+  d->ForkParent();  // the queue lock, then the control lock
+}
+
+void ZyrLogManager::ForkChild() {
+  ZyrLogDispatcher* d = hierarchy_.dispatcher;
+  d->Housekeeper().ForkChild();
+  for (auto& entry : appenders_.Map()) entry.value->Lock().RenewAfterFork();
+  ZyrLoggerNode::Walk(
+      hierarchy_.root,
+      [](ZyrLoggerNode* logger) {
+        logger->Lock().RenewAfterFork();
+        return true;
+      },
+      [](ZyrLoggerNode*) {});
+  lock_.RenewAfterFork();
+  d->ForkChild();  // no worker, the parent's queue dropped, fresh events and locks
+}

@@ -24,12 +24,12 @@ struct ZyrLogEventSource;
 class ZyrLogDispatcher;
 class ZyrTextStream;
 
-// The part of the manager that loggers know.
-class ZyrLogHierarchy {
+// The part of the manager that loggers know, and appenders as their owner.
+class ZyrLogHierarchy : public ZyrLogAppenderOwner {
  public:
   // Every message of every logger; not virtual, as it costs each message.
   ZyrResult Dispatch(ZyrLoggerNode* logger, const ZyrLogEventSource& source);
-  virtual ZyrResult ReportRolledFile(const char16_t* path);
+  ZyrResult ReportRolledFile(const char16_t* path) override;
   virtual ZyrResult WatchFolder(const char16_t* folder);
   virtual ~ZyrLogHierarchy() = default;
 
@@ -75,14 +75,38 @@ class ZyrLogManager final {
   // loaded with the one read, and applies a file that changed. Always 0.
   ZyrResult CheckConfigChanged();
 
-  // The worker of the dispatcher.
+  // The worker of the dispatcher. Once the process has begun to exit
+  // (FinishAtExit) no worker starts again: ZYR_E_NOT_INITIALIZED.
   ZyrResult StartDispatcher();
   void StopDispatcher();
+
+  // At process exit, for a manager that clients never released: the
+  // worker stopped, everything queued written, the appenders closed with
+  // their footers. Nothing is freed: threads that still log while the
+  // process ends, and exit handlers that run later, keep valid loggers,
+  // and what they write goes directly to the files, opened again.
+  void FinishAtExit();
 
   ZyrLogHierarchy& Hierarchy() { return hierarchy_; }
   ZyrBasCriticalSection& Lock() { return lock_; }
   ZyrLogAppenderRegistry& Appenders() { return appenders_; }
   ZyrLogLayoutList& Layouts() { return layouts_; }
+
+  // Fork (base/fork.h), in the library's lock order. ForkPrepareOuter comes
+  // first of all: from then on no manager is made or taken down until the
+  // fork is over, so that none is copied half made or half gone.
+  // ForkPrepareInner takes the locks of every manager that lives, after
+  // the registry's and the channels': the dispatcher's control lock, the
+  // manager's, the queue's, the loggers' parents before children, the
+  // appenders', the housekeeper's. The parent hooks give them back in the
+  // other order; the child hooks make them anew and leave the child's
+  // dispatcher on the direct road (ZyrLogDispatcher::ForkChild).
+  static void ForkPrepareOuter();
+  static void ForkPrepareInner();
+  static void ForkParentInner();
+  static void ForkParentOuter();
+  static void ForkChildInner();
+  static void ForkChildOuter();
 
   // Counts of managers made and destroyed in this process, for tests that
   // follow the manager's life from outside.
@@ -120,6 +144,12 @@ class ZyrLogManager final {
   ZyrBasNameMap<ZyrCfgSource> sources_;  // every configuration file loaded
   std::uint8_t started_ = 0;
   std::uint8_t privateConfigLoaded_ = 0;
+  std::atomic<bool> exiting_{false};  // set by FinishAtExit
+  ZyrLogManager* nextLive_ = nullptr;  // the list of managers that live, under the life lock
+
+  void ForkPrepare();
+  void ForkParent();
+  void ForkChild();
   std::atomic<std::uint64_t> changeChecks_{0};
   std::atomic<std::uint64_t> changeReads_{0};
 };

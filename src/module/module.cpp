@@ -5,10 +5,12 @@
 #include <cstdint>
 
 #include "base/array.h"
+#include "base/fork.h"
 #include "base/lock.h"
 #include "base/startup.h"
 #include "base/tls.h"
 #include "client/log_object.h"
+#include "engine/manager.h"
 #include "zyrlog/zyrlog.h"
 
 namespace {
@@ -57,26 +59,77 @@ ZyrResult CreateRegistryLock() {
 ZyrResult OnFirstAttach() { return CreateRegistryLock(); }
 ZyrResult OnFirstInit() { return CreateRegistryLock(); }
 
-// Destroys every object a client forgot. The destructor of each removes it
-// from the list under the registry lock, so the list is re-read each time.
+// Set when process detach found objects that their clients never released.
+bool g_objectsKept;
+
+// Objects that a client forgot are finished, not destroyed. Process detach
+// runs inside exit(), which any thread may call while others still log,
+// and before exit handlers that may log too: freeing the loggers under
+// them crashed such processes. So each forgotten object's manager stops
+// its worker, writes out what was queued and closes its files, as the
+// manager's end would, but objects, manager and loggers stay in memory,
+// reachable from the registry's static storage; a line written after this
+// goes directly to its file. What was released before is gone already and
+// its loggers are shells (ZyrLoggerNode::RetireTree).
 void OnLastDetach() {
-  for (;;) {
-    ZyrLogObject* last = nullptr;
-    {
-      ZyrBasLockGuard guard(g_registryLock);
-      if (g_instances->Empty()) break;
-      last = g_instances->Last();
-    }
-    last->Destroy(1);
+  {
+    ZyrBasLockGuard guard(g_registryLock);
+    g_objectsKept = !g_instances->Empty();
+    for (std::size_t i = 0; i < g_instances->Count(); ++i) (*g_instances)[i]->FinishAtExit();
   }
   g_moduleFinished.store(1);
 }
 
 const ModuleHooks kHooks = {&OnFirstAttach, &OnFirstInit, nullptr, &OnLastDetach};
 
-void DeleteRegistryLock() { g_registryLock.Delete(); }
-void FreeInstanceList() { g_instances->Free(); }
+// Kept objects still use the registry lock and list when they are released
+// or destroyed late.
+void DeleteRegistryLock() {
+  if (!g_objectsKept) g_registryLock.Delete();
+}
+void FreeInstanceList() {
+  if (!g_objectsKept) g_instances->Free();
+}
 void StopBaseOnce() { ZyrBasShutdown(); }
+
+// ---------------------------------------------------------------------------
+// Fork. The forking thread takes every lock of the library, in its order:
+// the life lock of the managers, the registry's, each object's channels'
+// and its own, then each manager's (control, manager, queue, loggers,
+// appenders, housekeeper); the base then takes its own. So no other thread
+// holds one at the fork, nor is halfway through what one guards. The
+// parent gives them back; the child, which cannot unlock what the parent's
+// threads held (a recursive lock knows its owner), makes them anew.
+
+template <class Act>
+void ForEachListed(Act act) {
+  for (std::size_t i = 0; i < g_instances->Count(); ++i) act((*g_instances)[i]);
+}
+
+void ForkPrepare() {
+  ZyrLogManager::ForkPrepareOuter();
+  if (g_registryLock.Exists()) g_registryLock.Enter();
+  ForEachListed([](ZyrLogObject* o) { o->ForkPrepare(); });
+  ZyrLogManager::ForkPrepareInner();
+}
+
+void ForkParent() {
+  ZyrLogManager::ForkParentInner();
+  ForEachListed([](ZyrLogObject* o) { o->ForkParent(); });
+  if (g_registryLock.Exists()) g_registryLock.Leave();
+  ZyrLogManager::ForkParentOuter();
+}
+
+void ForkChild() {
+  ZyrLogManager::ForkChildInner();
+  ForEachListed([](ZyrLogObject* o) { o->ForkChild(); });
+  g_registryLock.RenewAfterFork();
+  // Only the two counters stand under the module's spin lock.
+  g_moduleLock.Release();
+  ZyrLogManager::ForkChildOuter();
+}
+
+const ZyrBasForkHooks kForkHooks = {&ForkPrepare, &ForkParent, &ForkChild};
 
 // Process attach: the static initialisers first, then the base once more,
 // the per-thread record of this thread, and the attach count. False fails
@@ -92,6 +145,9 @@ bool ProcessAttach() {
     ZyrBasShutdown();
     return false;
   }
+  // A failure leaves forks unguarded, as they were before: no reason to
+  // refuse the load.
+  (void)ZyrBasSetForkHooks(&kForkHooks);
   {
     ZyrBasSpinGuard guard(g_moduleLock);
     if (kHooks.onFirstAttach && g_attachCount == 0) (void)kHooks.onFirstAttach();

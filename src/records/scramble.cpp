@@ -46,7 +46,8 @@ ZyrResult ZyrLogBase64Append(ZyrBasString& out, const std::uint8_t* bytes, std::
 ZyrResult ZyrLogScrambleTextWithKey(ZyrBasString& out, const char16_t* text, std::size_t length,
                                     unsigned index) {
   ZyrBasArray<char> utf8;
-  ZyrResult r = ZyrBasEncodeUtf8(utf8, text, length);  // a lone surrogate: ZYR_E_INVALID_DATA
+  // A lone surrogate is spelt "\uDNNN", as the line would show it in clear.
+  ZyrResult r = ZyrBasEncodeUtf8(utf8, text, length, ZyrBasBadText::Escape);
   ZyrBasArray<std::uint8_t> block;
   if (ZyrSucceeded(r)) r = block.Reserve(utf8.Count() + 2, ZyrBasGrowth::Exact);
   if (ZyrFailed(r)) return r;

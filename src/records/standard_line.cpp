@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <new>
 
 #include "base/identity.h"
 #include "base/lock.h"
@@ -13,8 +14,9 @@ namespace {
 
 ZyrBasSpinLock g_hostLock;
 std::atomic<ZyrBasString*> g_hostName{nullptr};
-// Made at first use and never destroyed: the name serves the whole life of
-// the process, and a module without a language runtime destroys no statics.
+// Raw storage, built at the first need and never destroyed: a static
+// string would be freed by the runtime at exit while threads that still
+// log read it, and a module without a language runtime destroys no statics.
 alignas(ZyrBasString) unsigned char g_hostStorage[sizeof(ZyrBasString)];
 
 // Two decimal digits at a time: the line has some twenty digits, and this

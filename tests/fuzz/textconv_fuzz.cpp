@@ -4,6 +4,8 @@
 // back unchanged through UTF-8 and through UTF-7, Latin-1 through every
 // other form; decoding UTF-8 again after a trip through UTF-16 changes
 // nothing; a wrapper that says "too small" names a capacity that suffices.
+// The escaping forms of a log line take any input, give valid text, and
+// leave text that is valid to begin with as the strict forms do.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -98,6 +100,25 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       ZYR_FUZZ_CHECK(Same(again, data, size));
     }
   }
+
+  const char* bytes = reinterpret_cast<const char*>(data);
+  std::size_t units = 0, got = 0;
+  ZYR_FUZZ_CHECK(ZyrBasDecodeUtf8Escaped(nullptr, 0, bytes, size, &units) == ZYR_OK);
+  std::vector<char16_t> decoded(units + 1, 0);
+  ZYR_FUZZ_CHECK(ZyrBasDecodeUtf8Escaped(decoded.data(), units, bytes, size, &got) == ZYR_OK && got == units);
+  ZYR_FUZZ_CHECK(Convert(ZYR_FORM_UTF16, ZYR_FORM_UTF8, decoded.data(), units * 2, back));
+  // Well-formed UTF-8 (it survives a strict round trip unchanged) decodes
+  // as the strict decoder has it.
+  if (Convert(ZYR_FORM_UTF8, ZYR_FORM_UTF16, data, size, utf16) &&
+      Convert(ZYR_FORM_UTF16, ZYR_FORM_UTF8, utf16.data(), utf16.size(), back) && Same(back, data, size))
+    ZYR_FUZZ_CHECK(Same(utf16, decoded.data(), units * 2));
+  ZyrBasArray<char> encoded;
+  ZYR_FUZZ_CHECK(ZyrBasEncodeUtf8(encoded, reinterpret_cast<const char16_t*>(decoded.data()), units,
+                                  ZyrBasBadText::Escape) == ZYR_OK);
+  std::vector<char16_t> raw(size / 2);
+  if (!raw.empty()) std::memcpy(raw.data(), data, raw.size() * 2);
+  ZYR_FUZZ_CHECK(ZyrBasEncodeUtf8(encoded, raw.data(), raw.size(), ZyrBasBadText::Escape) == ZYR_OK);
+  ZYR_FUZZ_CHECK(Convert(ZYR_FORM_UTF8, ZYR_FORM_UTF16, encoded.begin(), encoded.Count(), again));
 
   // The terminated wrappers, over counted copies.
   std::vector<char> narrow(data, data + size);

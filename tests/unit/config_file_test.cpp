@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/memory.h"
+#include "base/result.h"
 #include "engine/manager.h"
 #include "log_object_fixture.h"
 #include "test_support.h"
@@ -123,14 +124,27 @@ TEST_F(ConfigFileTest, ResetGoesBackToTheBuiltInDefault) {
   EXPECT_TRUE(zyrtest::Exists(dir_ + "/Zyr/OPH2015/log/common.log.lock"));
 }
 
-TEST(ConfigFileFailure, LogFolderThatCannotBeMadeFailsTheObject) {
+// A default log folder that cannot be made does not keep the manager from
+// starting: its built-in appender answers each line with the failure, and
+// a configuration that names a usable file works at once.
+TEST(ConfigFileFailure, LogFolderThatCannotBeMadeFailsEachLineOfTheDefaultAppender) {
   std::string dir = zyrtest::MakeTempDir("nofolder");
   std::string blocker = dir + "/file";
   WriteFile(blocker, "x");
-  setenv("LOCALAPPDATA", blocker.c_str(), 1);  // a file where a folder must go
+  zyrtest::ScopedEnv local("LOCALAPPDATA", blocker.c_str());  // a file where a folder must go
   IZyrLog* log = nullptr;
-  EXPECT_TRUE(ZyrFailed(ZyrGetLogObject(&IID_IZyrLog, &log)));
-  EXPECT_EQ(log, nullptr);
+  ASSERT_EQ(ZyrGetLogObject(&IID_IZyrLog, &log), ZYR_OK);
+  ZyrLogger *root = nullptr, *usable = nullptr;
+  ASSERT_EQ(log->GetLogger(&root, nullptr), ZYR_OK);
+  EXPECT_EQ(root->Log(ZYR_SEVERITY_ERROR, u"lost", nullptr, 0, 0, 0, 0, 0, nullptr),
+            ZyrResultAsWarning(ZYR_E_PATH_NOT_FOUND));
+  std::u16string config = u"[usable]\nAdditive = false\nAddAppenders = f\n[f]\nType = Appender\n"
+                          u"AppenderType = File\nFileName = " + zyrtest::U16(dir) + u"/usable.log\n";
+  ASSERT_EQ(log->LoadConfigText(config.c_str()), ZYR_OK);
+  ASSERT_EQ(log->GetLogger(&usable, u"usable"), ZYR_OK);
+  EXPECT_EQ(usable->Log(ZYR_SEVERITY_ERROR, u"kept", nullptr, 0, 0, 0, 0, 0, nullptr), ZYR_OK);
+  ZyrReleaseLogObject(&IID_IZyrLog, log);
+  EXPECT_NE(ReadFile(dir + "/usable.log").find("MSG:kept"), std::string::npos);
   zyrtest::RemoveTree(dir);
 }
 

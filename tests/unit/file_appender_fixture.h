@@ -29,7 +29,7 @@ class FileAppenderTest : public zyrtest::TempDirTest {
   // log folder, configured from key/value pairs.
   template <class T>
   T* Make(const char16_t* type, std::vector<std::pair<const char16_t*, std::u16string>> keys,
-          ZyrResult expected = ZYR_OK, ZyrLogHierarchy* owner = nullptr) {
+          ZyrResult expected = ZYR_OK, ZyrLogAppenderOwner* owner = nullptr) {
     ZyrBasString typeText, folder;
     typeText.Assign(type);
     folder.Assign(zyrtest::U16(dir_).c_str());

@@ -136,7 +136,7 @@ TEST(UserFolders, AnotherAccountsFoldersComeFromItsProfile) {
   };
   // No store: the XDG defaults below the account's home folder.
   EXPECT_EQ(user(ZYR_FOLDER_APPDATA, sid), home + "/.config");
-  EXPECT_EQ(user(ZYR_FOLDER_LOCAL_APPDATA, U16(login)), home + "/.local/share");
+  EXPECT_EQ(user(ZYR_FOLDER_LOCAL_APPDATA, U16(login)), home + "/.local/state");
   user(ZYR_FOLDER_APPDATA, u"S-1-22-1-4000000000", ZYR_E_PATH_NOT_FOUND);
   user(ZYR_FOLDER_APPDATA, u"S-1-22-1-x", ZYR_E_PATH_NOT_FOUND);
   EXPECT_EQ(user(ZYR_FOLDER_UNUSED, sid, ZYR_E_PATH_NOT_FOUND), "");
@@ -153,7 +153,7 @@ TEST(UserFolders, AnotherAccountsFoldersComeFromItsProfile) {
          "AppData = expand_sz:%USERPROFILE%/Documents\n");
   ScopedEnv profile("USERPROFILE", "/caller");
   EXPECT_EQ(user(ZYR_FOLDER_APPDATA, sid), "/profiles/" + login + "/Documents");
-  EXPECT_EQ(user(ZYR_FOLDER_LOCAL_APPDATA, sid), "/profiles/" + login + "/.local/share");
+  EXPECT_EQ(user(ZYR_FOLDER_LOCAL_APPDATA, sid), "/profiles/" + login + "/.local/state");
   // The per-user product directories follow the account.
   ZyrBasString dir;
   ASSERT_EQ(ZyrBasProductDirectory(ZYR_DIR_USER_ROAMING, dir, u"log", u"\\OPH2015", sid.c_str()), ZYR_OK);

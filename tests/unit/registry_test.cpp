@@ -450,7 +450,9 @@ std::u16string KnownFolder(std::uint32_t id, ZyrResult expected = ZYR_OK) {
 }
 
 TEST_F(RegistryStore, KnownFoldersTakeTheStoreBeforeTheEnvironment) {
-  ScopedEnv home("HOME", "/home/tester");
+  const std::string tester = root_ + "/home/tester";  // a home is taken only where it stands
+  Folder("home/tester");
+  ScopedEnv home("HOME", tester.c_str());
   ScopedEnv local("LOCALAPPDATA", "/env/local");
   ScopedEnv roaming("APPDATA", "/env/roaming");
   ScopedEnv common("ALLUSERSPROFILE", nullptr);
@@ -467,7 +469,7 @@ TEST_F(RegistryStore, KnownFoldersTakeTheStoreBeforeTheEnvironment) {
   Values("USER/.DEFAULT/" + shell + "Shell Folders", "AppData = sz:%USERPROFILE%/roaming\nDesktop = sz:/d\n");
   ScopedEnv commonBase("ZYR_T_COMMON", "/srv");
   // "%USERPROFILE%" is the profile found here, not the environment's.
-  EXPECT_EQ(KnownFolder(ZYR_FOLDER_LOCAL_APPDATA), u"/home/tester/.local/share");
+  EXPECT_EQ(KnownFolder(ZYR_FOLDER_LOCAL_APPDATA), zyrtest::U16(tester) + u"/.local/share");
   // An empty value leads to the literal "Shell Folders" value of the same root.
   EXPECT_EQ(KnownFolder(ZYR_FOLDER_APPDATA), u"%USERPROFILE%/roaming");
   EXPECT_EQ(KnownFolder(ZYR_FOLDER_COMMON_APPDATA), u"/srv/zyr");  // from the machine

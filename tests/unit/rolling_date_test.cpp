@@ -41,7 +41,7 @@ using zyrtest::kSecond;
 using zyrtest::SetClock;
 using zyrtest::UtcTime;
 
-struct RecordingOwner : ZyrLogHierarchy {
+struct RecordingOwner : ZyrLogAppenderOwner {
   ZyrResult ReportRolledFile(const char16_t* path) override {
     reported.emplace_back(path);
     return ZYR_OK;

@@ -163,6 +163,23 @@ class TempDirTest : public ::testing::Test {
 };
 
 #ifndef _WIN32
+// Waits for `child` and gives its wait status; one that has not ended
+// within `seconds` is killed, and `*hung` (if given) set.
+inline int WaitChild(pid_t child, int seconds, bool* hung = nullptr) {
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  int status = 0;
+  while (waitpid(child, &status, WNOHANG) == 0) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      kill(child, SIGKILL);
+      waitpid(child, &status, 0);
+      if (hung) *hung = true;
+      return status;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return status;
+}
+
 // Runs `body` in a forked child and gives its result as the exit code, or
 // -1 when the child did not end within `seconds` (it is killed then) or
 // died of a signal. For what must not touch this process: resource limits,
@@ -171,17 +188,9 @@ inline int RunInChild(const std::function<int()>& body, int seconds = 20) {
   pid_t child = fork();
   if (child == 0) _exit(body());
   if (child < 0) return -1;
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  int status = 0;
-  while (waitpid(child, &status, WNOHANG) == 0) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      kill(child, SIGKILL);
-      waitpid(child, &status, 0);
-      return -1;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  bool hung = false;
+  int status = WaitChild(child, seconds, &hung);
+  return !hung && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 // Loops that prove an order or an exclusion run fewer rounds under a

@@ -263,3 +263,60 @@ TEST(TextConvHotPath, FailuresLeaveTargetsClean) {
   EXPECT_EQ(r, ZYR_E_OUT_OF_MEMORY);
   EXPECT_TRUE(s.EqualsAscii("keep"));
 }
+
+// Text on its way into a log line: every unit that cannot be converted is
+// spelt out, each byte or unit once, and valid text around it is untouched.
+TEST(TextConvEscapes, BadBytesAndLoneSurrogatesAreSpeltOut) {
+  struct Narrow {
+    std::string in;
+    std::u16string out;
+  };
+  const Narrow narrow[] = {
+      {"h\xc3\xa9\xf0\x9f\x98\x80", u"h\u00e9\U0001F600"},  // valid: unchanged
+      {"\xe0\xa0\x80\xf4\x8f\xbf\xbf", u"\u0800\U0010FFFF"},  // the edges of the ranges
+      {"a\xc3(", u"a\\xC3("},                                  // a sequence broken off
+      {"\xe2\x82", u"\\xE2\\x82"},                             // cut at the end
+      {"x\x80y", u"x\\x80y"},                                  // a stray continuation byte
+      {"\xc0\x80", u"\\xC0\\x80"},                             // overlong
+      {"\xed\xa0\x80", u"\\xED\\xA0\\x80"},                    // a surrogate
+      {"\xf4\x90\x80\x80", u"\\xF4\\x90\\x80\\x80"},           // past U+10FFFF
+      {"\xf8\xff", u"\\xF8\\xFF"},
+  };
+  for (const Narrow& c : narrow) {
+    std::size_t needed = 0, written = 0;
+    ASSERT_EQ(ZyrBasDecodeUtf8Escaped(nullptr, 0, c.in.data(), c.in.size(), &needed), ZYR_OK);
+    std::u16string out(needed, u'?');
+    ASSERT_EQ(ZyrBasDecodeUtf8Escaped(out.data(), needed, c.in.data(), c.in.size(), &written), ZYR_OK);
+    EXPECT_EQ(out.substr(0, written), c.out) << c.in;
+    EXPECT_EQ(ZyrBasDecodeUtf8Escaped(out.data(), needed - 1, c.in.data(), c.in.size(), &written),
+              ZYR_E_BUFFER_TOO_SMALL);
+  }
+
+  struct Wide {
+    std::u16string in;
+    std::string out;
+  };
+  const char16_t high = 0xdbff, low = 0xdc00;
+  const Wide wide[] = {
+      {std::u16string(u"ok") + high, "ok\\uDBFF"},
+      {std::u16string{high, u'x'}, "\\uDBFFx"},
+      {std::u16string{low, char16_t(0xdc01)}, "\\uDC00\\uDC01"},
+      {std::u16string{char16_t(0xd800)} + u"\U0001F600\u00e9", "\\uD800\xf0\x9f\x98\x80\xc3\xa9"},
+      {std::u16string(100, low) + u"end", [] {  // more room than the reservation had
+         std::string s;
+         for (int i = 0; i < 100; ++i) s += "\\uDC00";
+         return s + "end";
+       }()},
+  };
+  ZyrBasArray<char> bytes;
+  for (const Wide& c : wide) {
+    ASSERT_EQ(ZyrBasEncodeUtf8(bytes, c.in.data(), c.in.size(), ZyrBasBadText::Escape), ZYR_OK);
+    EXPECT_EQ(std::string(bytes.begin(), bytes.Count()), c.out);
+    EXPECT_EQ(ZyrBasEncodeUtf8(bytes, c.in.data(), c.in.size()), ZYR_E_INVALID_DATA);
+  }
+  // The other narrow forms spell it out the same way.
+  std::u16string latin = std::u16string(u"a") + low + u"\u00e9";
+  ASSERT_EQ(ZyrBasEncodeNarrow(bytes, latin.data(), latin.size(), ZYR_CP_ANSI_LATIN1, ZyrBasBadText::Escape),
+            ZYR_OK);
+  EXPECT_EQ(std::string(bytes.begin(), bytes.Count()), "a\\uDC00\xe9");
+}

@@ -6,6 +6,8 @@
 
 ZyrResult ZyrBasOsAccountById(std::uint32_t, ZyrBasNarrowText*, ZyrBasNarrowText*) { return ZYR_I_NOT_FOUND; }
 ZyrResult ZyrBasOsAccountByName(const char*, std::uint32_t*, ZyrBasNarrowText*) { return ZYR_I_NOT_FOUND; }
+// The account's home is its profile folder, which the known folders give.
+ZyrResult ZyrBasOsCurrentAccount(ZyrBasNarrowText*, ZyrBasNarrowText*) { return ZYR_I_NOT_FOUND; }
 
 // By the loader's handle of ntdll.dll, which is its base address: the
 // address of one of its functions as this module knows it would be the

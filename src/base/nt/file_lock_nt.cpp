@@ -10,6 +10,7 @@ namespace {
 
 std::atomic<ZyrResult> g_refusal{ZYR_OK};
 constexpr std::int64_t kWholeLength = INT64_MAX;
+constexpr NTSTATUS kStatusFileLockConflict = static_cast<NTSTATUS>(0xC0000054u);
 
 }  // namespace
 
@@ -28,7 +29,8 @@ ZyrResult ZyrBasTryLockFile(ZyrBasFileBase& file, bool exclusive) {
   // over together and lose lines.
   if (s == STATUS_NOT_IMPLEMENTED)
     s = NtLockFile(handle, nullptr, nullptr, nullptr, nullptr, &offset, &length, nullptr, 1, exclusive ? 1 : 0);
-  if (s == STATUS_LOCK_NOT_GRANTED) return ZYR_W_TIMEOUT;
+  // Held elsewhere. Wine says so with the conflict status.
+  if (s == STATUS_LOCK_NOT_GRANTED || s == kStatusFileLockConflict) return ZYR_W_TIMEOUT;
   // No lock of this kind here (a share without locks): the caller goes on
   // without one.
   if (s == STATUS_NOT_SUPPORTED || s == STATUS_INVALID_DEVICE_REQUEST || s == STATUS_NOT_IMPLEMENTED)
@@ -40,7 +42,9 @@ ZyrResult ZyrBasUnlockFile(ZyrBasFileBase& file) {
   if (file.NativeHandle() == -1) return ZYR_E_INVALID_HANDLE;
   std::int64_t offset = 0, length = kWholeLength;
   IO_STATUS_BLOCK io{};
-  NTSTATUS s = NtUnlockFile(NtHandle(file.NativeHandle()), &io, &offset, &length, nullptr);
+  HANDLE handle = NtHandle(file.NativeHandle());
+  NTSTATUS s = NtUnlockFile(handle, &io, &offset, &length, nullptr);
+  if (s == STATUS_NOT_IMPLEMENTED) s = NtUnlockFile(handle, nullptr, &offset, &length, nullptr);  // wine, as above
   // Unlocking what is not locked is no fault.
   if (s == static_cast<NTSTATUS>(0xC000007Eu)) return ZYR_OK;  // STATUS_RANGE_NOT_LOCKED
   return NtResult(s);

@@ -14,6 +14,9 @@
 // null.
 ZyrResult ZyrBasOsAccountById(std::uint32_t uid, ZyrBasNarrowText* name, ZyrBasNarrowText* home);
 ZyrResult ZyrBasOsAccountByName(const char* name, std::uint32_t* uid, ZyrBasNarrowText* home);
+// The account that the process acts as (its effective uid): the one whose
+// home a service without HOME has.
+ZyrResult ZyrBasOsCurrentAccount(ZyrBasNarrowText* name, ZyrBasNarrowText* home);
 // The file of the loaded C library, the module every process has.
 ZyrResult ZyrBasOsSystemLibraryPath(ZyrBasNarrowText& out);
 

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <pwd.h>
 #include <sys/utsname.h>
+#include <unistd.h>
 
 #include <cstring>
 
@@ -36,6 +37,10 @@ ZyrResult ZyrBasOsAccountById(std::uint32_t uid, ZyrBasNarrowText* name, ZyrBasN
   passwd* found = nullptr;
   int e = getpwuid_r(static_cast<uid_t>(uid), &entry, buffer, sizeof buffer, &found);
   return Answer(e, found, nullptr, name, home);
+}
+
+ZyrResult ZyrBasOsCurrentAccount(ZyrBasNarrowText* name, ZyrBasNarrowText* home) {
+  return ZyrBasOsAccountById(static_cast<std::uint32_t>(geteuid()), name, home);
 }
 
 ZyrResult ZyrBasOsAccountByName(const char* name, std::uint32_t* uid, ZyrBasNarrowText* home) {

@@ -5,6 +5,10 @@
 #include "base/lock.h"
 #include "base/result.h"
 
+#if defined(__SANITIZE_THREAD__)
+#include <sanitizer/tsan_interface.h>
+#endif
+
 ZyrResult ZyrBasCriticalSection::Create() {
   if (initialised_) return ZYR_E_ALREADY_EXISTS;
   pthread_mutexattr_t attr;
@@ -19,6 +23,13 @@ ZyrResult ZyrBasCriticalSection::Create() {
 
 void ZyrBasCriticalSection::RenewAfterFork() {
   if (!initialised_) return;
+#if defined(__SANITIZE_THREAD__)
+  // The race detector still counts the lock as held by this thread, which
+  // took it before the fork; it learns that the lock is let go, as the
+  // fresh one is.
+  (void)__tsan_mutex_pre_unlock(&mutex_, __tsan_mutex_recursive_unlock);
+  __tsan_mutex_post_unlock(&mutex_, 0);
+#endif
   initialised_ = 0;
   // The old mutex is not destroyed: destroying a held mutex is undefined,
   // and nothing of it is needed any more.
