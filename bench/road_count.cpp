@@ -5,8 +5,9 @@
 //   valgrind --tool=callgrind --toggle-collect='*RoadMeasured*'
 //     build-bench/bench/road_count rolling 20000    (one command line)
 //
-// ROAD: null, file, rolling (direct road), or queue (rolling file, queue
-// road, until StopDispatcher). The message is that of bench/compare. The
+// ROAD: null, null-json (the Json line in place of the Standard line),
+// file, rolling (direct road), or queue (rolling file, queue road, until
+// StopDispatcher). The message is that of bench/compare. The
 // first 1000 lines warm the road up (file opened, buffers grown) and are not
 // in the measured function.
 #include <stdlib.h>
@@ -76,7 +77,7 @@ int AnyLines(ZyrLogger* logger, const zyrlog::Logger& front, Door door, std::uin
 
 int main(int argc, char** argv) {
   if (argc < 3) {
-    std::fprintf(stderr, "usage: road_count null|file|rolling|queue LINES [FOLDER]\n");
+    std::fprintf(stderr, "usage: road_count null|null-json|file|rolling|queue LINES [FOLDER]\n");
     return 2;
   }
   std::string road = argv[1];
@@ -98,6 +99,8 @@ int main(int argc, char** argv) {
                         u"[out]\nType = Appender\n";
   std::u16string file = Widen(folder + "/road.log");
   if (road == "null") text += u"AppenderType = Null\n";
+  else if (road == "null-json")
+    text += u"AppenderType = Null\nLayout = json\n[json]\nType = Layout\nLayoutType = Json\n";
   else if (road == "file") text += u"AppenderType = File\nFileName = " + file + u"\n";
   else if (road == "rolling" || road == "queue")
     text += u"AppenderType = RollingFile\nSize = 1024000\nFilesCount = 10\nFileName = " + file + u"\n";

@@ -50,3 +50,10 @@ install(CODE "
   configure_file(\"${CMAKE_CURRENT_LIST_DIR}/zyrlog.pc.in\" \"${PROJECT_BINARY_DIR}/zyrlog.pc\" @ONLY)
   file(INSTALL \"${PROJECT_BINARY_DIR}/zyrlog.pc\" DESTINATION \"${ZYR_PC_DESTINATION}\")
 " COMPONENT development)
+
+# The rsyslog shipper and receiver configurations and the rulebase of the
+# Standard line (docs/collection.md).
+install(FILES ${PROJECT_SOURCE_DIR}/tools/rsyslog/zyrlog-shipper.conf
+              ${PROJECT_SOURCE_DIR}/tools/rsyslog/zyrlog-receiver.conf
+              ${PROJECT_SOURCE_DIR}/tools/rsyslog/zyrlog-standard.rulebase
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/zyrlog/rsyslog COMPONENT runtime)

@@ -6,7 +6,8 @@
 //     means (warnings): unknown keys, keys of another kind of section,
 //     unknown severity names, numbers with trailing text, boolean words in
 //     the wrong case, a Severity that additivity overrides, an appender no
-//     logger uses, a FileName whose folder cannot be written.
+//     logger uses, a FileName whose folder cannot be written, a Json
+//     layout's field that does not exist.
 // Exit status: 0 clean, 1 warnings only, 2 errors (or a file that cannot be
 // read). --quiet prints nothing; --default checks the built-in configuration.
 //
@@ -38,6 +39,7 @@
 #include "config/variables.h"
 #include "engine/manager.h"
 #include "layout/custom_layout.h"
+#include "layout/json_layout.h"
 #include "records/severity.h"
 #include "result_names.h"
 
@@ -385,8 +387,28 @@ class Checker {
       case ZyrCfgKeyKind::kText:
         if (row.key == std::u16string(u"Format")) CheckFormat(where, line, text);
         break;
+      case ZyrCfgKeyKind::kFieldList:
+        CheckFields(where, line, text);
+        break;
       default:
         break;
+    }
+  }
+
+  // The build refuses a Fields list with an unknown name (the names are
+  // case-sensitive); this says which name and what the names are.
+  void CheckFields(const std::string& where, std::uint64_t line, const std::u16string& text) {
+    std::string names;
+    for (const char16_t* name : ZyrLogJsonLayout::kFieldNames) names += (names.empty() ? "" : ", ") + Utf8(name);
+    std::size_t start = 0;
+    while (start <= text.size()) {
+      std::size_t end = std::min(text.find(u',', start), text.size());
+      std::u16string name = Trim(text.substr(start, std::min(text.find(u':', start), end) - start));
+      bool known = false;
+      for (const char16_t* field : ZyrLogJsonLayout::kFieldNames) known = known || name == field;
+      if (!known && !name.empty())
+        Add(line, false, "field-unknown: " + where + ": " + Utf8(name) + " is no field; the fields are " + names);
+      start = end + 1;
     }
   }
 
@@ -509,7 +531,7 @@ class Checker {
     if (r == ZYR_E_APPENDER_NOT_FOUND) return kind == Kind::kAppender ? u"AppenderType" : u"AddAppenders";
     if (r == ZYR_E_WRONG_APPENDER_TYPE) return u"AppenderType";
     if (r == ZYR_E_WRONG_LAYOUT_TYPE) return u"LayoutType";
-    if (r == ZYR_E_INVALID_ARGUMENT) return u"FilesCount";
+    if (r == ZYR_E_INVALID_ARGUMENT) return kind == Kind::kLayout ? u"Fields" : u"FilesCount";
     return u"";
   }
 

@@ -20,6 +20,9 @@ command -v nm >/dev/null || need+=(binutils)
 command -v mkfs.btrfs >/dev/null || need+=(btrfs-progs)
 command -v mkfs.ext4 >/dev/null || need+=(e2fsprogs)
 command -v mkfs.vfat >/dev/null || need+=(dosfstools)
+# The collection test's shipper and receiver; imfile, imtcp, mmjsonparse and
+# mmnormalize come with the package.
+command -v rsyslogd >/dev/null || [ -x /usr/sbin/rsyslogd ] || need+=(rsyslog)
 fi
 if [ ${#need[@]} -gt 0 ]; then
   if [ "$(id -u)" != 0 ]; then

@@ -143,9 +143,9 @@ class LimitContender final : public Contender {
 // zyrlog through its client contract, as a client module uses it.
 
 // kNull* rows write nothing: the road's cost with one thing changed, the
-// Custom layout in place of the Standard line, a typed list in place of
-// format text, or the message scrambled.
-enum class ZyrOutput { kFile, kRolling, kNull, kNullCustom, kNullTyped, kNullScrambled, kBelow };
+// Custom layout or the Json line in place of the Standard line, a typed
+// list in place of format text, or the message scrambled.
+enum class ZyrOutput { kFile, kRolling, kNull, kNullCustom, kNullJson, kNullTyped, kNullScrambled, kBelow };
 
 std::u16string Widen(const std::string& text) {
   // Paths of the benchmark are ASCII or UTF-8; decode UTF-8 to UTF-16.
@@ -212,6 +212,9 @@ class ZyrContender final : public Contender {
                 u"[custom]\nType = Layout\nLayoutType = Custom\n"
                 u"Format = [%logger] %severity %date %time %hostname PID:%pid THID:%tid "
                 u"ID:%filename:%line.%buildnr.%svnrev.%product MSG:%msg\n";
+        break;
+      case ZyrOutput::kNullJson:
+        text += u"AppenderType = Null\nLayout = json\n[json]\nType = Layout\nLayoutType = Json\n";
         break;
       case ZyrOutput::kNull:
       case ZyrOutput::kNullTyped:
@@ -529,6 +532,8 @@ const std::vector<ContenderInfo>& AllContenders() {
        Make<ZyrContender, ZyrOutput::kNull, false>},
       {"zyrlog-null-custom", "zyrlog Null, Custom layout line", Kind::kNoOutput, false, false,
        Make<ZyrContender, ZyrOutput::kNullCustom, false>},
+      {"zyrlog-null-json", "zyrlog Null, Json layout line", Kind::kNoOutput, false, false,
+       Make<ZyrContender, ZyrOutput::kNullJson, false>},
       {"zyrlog-null-typed", "zyrlog Null, typed-list message", Kind::kNoOutput, false, false,
        Make<ZyrContender, ZyrOutput::kNullTyped, false>},
       {"zyrlog-null-scrambled", "zyrlog Null, scrambled message", Kind::kNoOutput, false, false,

@@ -52,6 +52,8 @@ ZyrResult ZyrLogAppender::Init(const char16_t* name, ZyrLogAppenderOwner* owner)
   return r;
 }
 
+bool ZyrLogAppender::LayoutMarksNewFile() const { return !layout_ || layout_->MarksNewFile(); }
+
 ZyrResult ZyrLogAppender::DoAppend(ZyrLogEvent& event) {
   if (!layout_) return ZYR_OK;  // without a layout nothing is written
   ZyrBasLockGuard guard(lock_);

@@ -65,6 +65,9 @@ class ZyrLogAppender {
   const ZyrBasString& Name() const { return name_; }
   ZyrLogLayout* Layout() const { return layout_; }
   void SetLayout(ZyrLogLayout* layout) { layout_ = layout; }
+  // Whether a new file of this appender starts with a byte order mark: not
+  // when the layout's lines are read by a machine that refuses one.
+  bool LayoutMarksNewFile() const;
   bool IsOpened() const { return opened_ != 0; }
   ZyrLogSeverity BreakSeverity() const { return breakSeverity_; }
   ZyrLogAppenderOwner* Owner() const { return owner_; }

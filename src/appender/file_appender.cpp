@@ -100,8 +100,15 @@ void ZyrLogFileWriter::UseAppendMode() {
   (void)file_.SetAppendMode();
 }
 
-ZyrResult ZyrLogFileWriter::WriteMark() {
+ZyrResult ZyrLogFileWriter::WriteMark(bool wanted) {
   if (!markMissing_) return ZYR_OK;  // the mark is in place already
+  if (!wanted) {
+    // Left without a mark for good: the next open finds a file that does
+    // not start with one and continues it as UTF-8.
+    markMissing_ = false;
+    UseAppendMode();
+    return ZYR_OK;
+  }
   // At offset 0, not at the end: another process that opened the empty file
   // at the same time writes the same bytes at the same place.
   const unsigned char* mark = encoding_ == ZYR_LOG_ENCODING_UTF16 ? kUtf16Mark : kUtf8Mark;
@@ -388,7 +395,7 @@ ZyrResult ZyrLogFileAppender::OpenTarget() {
   // No deletion shared: a plain log is not rolled away by anyone.
   r = writer_.OpenLogFile(path.Text(), false, false);
   if (ZyrFailed(r)) return r;
-  return writer_.WriteMark();
+  return writer_.WriteMark(LayoutMarksNewFile());
 }
 
 ZyrResult ZyrLogFileAppender::CloseTarget() { return writer_.Close(); }

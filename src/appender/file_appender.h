@@ -34,8 +34,9 @@ class ZyrLogFileWriter {
   // `path` is refused with ZYR_E_INVALID_NAME, and nothing is written
   // through it.
   ZyrResult OpenLogFile(const char16_t* path, bool allowDelete, bool createFresh);
-  // The byte order mark at offset 0, for a file that has none yet.
-  ZyrResult WriteMark();
+  // The byte order mark at offset 0, for a file that has none yet; with
+  // `wanted` false a new file stays without one.
+  ZyrResult WriteMark(bool wanted = true);
   // The text and CR LF, encoded, in one write at the end of the file. A lone
   // surrogate, which has no UTF-8 form, is written as "\uDNNN"; a UTF-16
   // file takes it as it stands. A line that only partly fits (a full disk)

@@ -69,7 +69,7 @@ ZyrResult ZyrLogRollingDateFileAppender::OpenTarget() {
   ZyrResult r = PrepareTarget(path);
   if (ZyrSucceeded(r)) r = PrepareAndOpen(path);
   if (ZyrFailed(r)) return r;
-  return writer_.WriteMark();
+  return writer_.WriteMark(LayoutMarksNewFile());
 }
 
 ZyrResult ZyrLogRollingDateFileAppender::Configure(ZyrCfgSection& section) {

@@ -100,7 +100,20 @@ ZyrResult ZyrLogRollingFileAppender::RollIfOver() {
     (void)CloseTarget();
     // Smaller: somebody rolled between our close and our lock, and the live
     // file is a new one.
-    if (ZyrSucceeded(result) && now >= currentSize_) result = Rotate();
+    if (ZyrSucceeded(result) && now >= currentSize_) {
+      result = Rotate();
+      // The new live file at once, with its mark and header, not at the
+      // next event: a shipper that follows the live name (imfile) finds the
+      // name gone otherwise, keeps reading the moved file under its old name
+      // for seconds, and reads what other processes still append to it a
+      // second time under the rolled name. The header skips the size check
+      // as the footer does. A failed open is tried again by the next event.
+      if (ZyrSucceeded(result)) {
+        rollClosing_ = 1;
+        (void)Open();
+        rollClosing_ = 0;
+      }
+    }
   }
   if (locked) fileLock_.Unlock();
   return result;
@@ -114,7 +127,7 @@ ZyrResult ZyrLogRollingFileAppender::OpenTarget() {
   // while this one holds it open.
   r = writer_.OpenLogFile(path.Text(), true, false);
   if (ZyrFailed(r)) return r;
-  return writer_.WriteMark();
+  return writer_.WriteMark(LayoutMarksNewFile());
 }
 
 ZyrResult ZyrLogRollingFileAppender::Configure(ZyrCfgSection& section) {

@@ -37,15 +37,17 @@ const ZyrCfgKey kZyrCfgKeys[] = {
 
     {S::kAppenderOf, u"Console", u"Target", K::kWord, u"System.out|System.err", false, u"System.out"},
 
-    {S::kLayout, nullptr, u"LayoutType", K::kWord, u"Standard|Custom|Fw", true, nullptr},
+    {S::kLayout, nullptr, u"LayoutType", K::kWord, u"Standard|Custom|Fw|Json", true, nullptr},
     {S::kLayoutOf, u"Custom", u"Format", K::kText, nullptr, true, nullptr},
     {S::kLayoutOf, u"Custom", u"Header", K::kText, nullptr, false, u"none"},
     {S::kLayoutOf, u"Custom", u"Footer", K::kText, nullptr, false, u"none"},
+
+    {S::kLayoutOf, u"Json", u"Fields", K::kFieldList, nullptr, false, u"every field under its own name"},
 };
 const std::size_t kZyrCfgKeyCount = sizeof kZyrCfgKeys / sizeof kZyrCfgKeys[0];
 
 const char16_t* const kZyrCfgAppenderTypes[] = {u"RollingFile", u"RollingDateFile", u"File", u"Console",
                                                 u"Null"};
 const std::size_t kZyrCfgAppenderTypeCount = sizeof kZyrCfgAppenderTypes / sizeof kZyrCfgAppenderTypes[0];
-const char16_t* const kZyrCfgLayoutTypes[] = {u"Standard", u"Custom", u"Fw"};
+const char16_t* const kZyrCfgLayoutTypes[] = {u"Standard", u"Custom", u"Fw", u"Json"};
 const std::size_t kZyrCfgLayoutTypeCount = sizeof kZyrCfgLayoutTypes / sizeof kZyrCfgLayoutTypes[0];

@@ -19,6 +19,7 @@ enum class ZyrCfgKeyKind {
   kName,         // the name of another section
   kNameList,     // names of appender sections, split at "," and ";"
   kPath,         // a file name, relative ones below the log folder
+  kFieldList,    // the Json layout's fields, "name" or "name:key", split at ","
   kText,         // any text
 };
 

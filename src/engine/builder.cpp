@@ -7,6 +7,7 @@
 #include "engine/dispatcher.h"
 #include "engine/manager.h"
 #include "layout/custom_layout.h"
+#include "layout/json_layout.h"
 #include "layout/layout.h"
 
 namespace {
@@ -37,6 +38,7 @@ ZyrResult BuildLayout(ZyrLogManager& manager, ZyrCfgSection& section) {
   if (ZyrFailed(r)) return r;
   ZyrLogStandardLayoutCreator standard;
   ZyrLogCustomLayoutCreator custom;
+  ZyrLogJsonLayoutCreator json;
   ZyrLogLayoutCreator* creator = nullptr;
   ZyrCfgSectionRef fixed;
   ZyrCfgSection* configureFrom = &section;
@@ -44,6 +46,8 @@ ZyrResult BuildLayout(ZyrLogManager& manager, ZyrCfgSection& section) {
     creator = &standard;
   } else if (type->text.Equals(u"Custom")) {
     creator = &custom;
+  } else if (type->text.Equals(u"Json")) {
+    creator = &json;
   } else if (type->text.Equals(u"Fw")) {
     // A fixed form: configured from a section of its own; the stored
     // section stays as it was given, and its other keys are ignored.

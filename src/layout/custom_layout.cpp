@@ -176,19 +176,10 @@ ZyrResult ZyrLogCustomLayout::Save(ZyrCfgSection& section) {
   }
   if (ZyrSucceeded(r)) r = section.AddRawValue(u"Type", u"Layout");
   if (ZyrSucceeded(r)) r = section.AddRawValue(u"LayoutType", u"Custom");
-  if (ZyrSucceeded(r)) r = SaveText(section, u"Format", format);
-  if (ZyrSucceeded(r) && !header_.Empty()) r = SaveText(section, u"Header", header_);
-  if (ZyrSucceeded(r) && !footer_.Empty()) r = SaveText(section, u"Footer", footer_);
+  if (ZyrSucceeded(r)) r = ZyrLogSaveLayoutText(section, u"Format", format);
+  if (ZyrSucceeded(r) && !header_.Empty()) r = ZyrLogSaveLayoutText(section, u"Header", header_);
+  if (ZyrSucceeded(r) && !footer_.Empty()) r = ZyrLogSaveLayoutText(section, u"Footer", footer_);
   return r;
-}
-
-// Raw, as written, unless a ";" or a quote in it would be read back as a
-// comment or as quoting: then quoted, which reads back to the same text.
-ZyrResult ZyrLogCustomLayout::SaveText(ZyrCfgSection& section, const char16_t* key,
-                                       const ZyrBasString& text) {
-  for (std::size_t i = 0; i < text.Length(); ++i)
-    if (text[i] == u';' || text[i] == u'"') return section.SetValue(key, text.Text());
-  return section.AddRawValue(key, text.Text());
 }
 
 void ZyrLogCustomLayout::Destroy(std::uint32_t flags) {

@@ -39,8 +39,6 @@ class ZyrLogCustomLayout final : public ZyrLogLayout {
   const ZyrBasArray<ZyrBasString>& Literals() const { return literals_; }
 
  private:
-  static ZyrResult SaveText(ZyrCfgSection& section, const char16_t* key, const ZyrBasString& text);
-
   ZyrBasArray<ZyrBasString> literals_;
   ZyrBasArray<std::uint32_t> tokens_;
   ZyrBasString header_;

@@ -36,6 +36,12 @@ ZyrResult ZyrLogStandardLayoutCreator::Create(ZyrLogLayout** layout, const char1
   return ZyrLogMakeLayout<ZyrLogStandardLayout>(layout, name);
 }
 
+ZyrResult ZyrLogSaveLayoutText(ZyrCfgSection& section, const char16_t* key, const ZyrBasString& text) {
+  for (std::size_t i = 0; i < text.Length(); ++i)
+    if (text[i] == u';' || text[i] == u'"') return section.SetValue(key, text.Text());
+  return section.AddRawValue(key, text.Text());
+}
+
 ZyrResult ZyrLogLayoutList::Find(const char16_t* name, ZyrLogLayout** layout) {
   if (!name) return ZYR_E_LAYOUT_NAME_MISSING;
   std::size_t length = ZyrBasStrLen(name);

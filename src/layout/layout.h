@@ -25,6 +25,9 @@ class ZyrLogLayout {
   // The base offers no header and no footer: the text stays untouched.
   virtual ZyrResult GetHeader(ZyrBasString& text);
   virtual ZyrResult GetFooter(ZyrBasString& text);
+  // Whether a new log file starts with a byte order mark. Readers of lines
+  // that a machine takes apart (JSON) refuse one.
+  virtual bool MarksNewFile() const { return true; }
 
   const ZyrBasString& Name() const { return name_; }
   ZyrResult SetName(const char16_t* name) { return name_.Assign(name); }
@@ -73,6 +76,12 @@ class ZyrLogStandardLayoutCreator final : public ZyrLogLayoutCreator {
  public:
   ZyrResult Create(ZyrLogLayout** layout, const char16_t* name) override;
 };
+
+// A layout's own text (a format, a header, a list of fields) into a saved
+// section: raw, as written, unless a ";" or a quote in it would be read
+// back as a comment or as quoting; then quoted, which reads back to the
+// same text.
+ZyrResult ZyrLogSaveLayoutText(ZyrCfgSection& section, const char16_t* key, const ZyrBasString& text);
 
 // The manager's layouts, in order of creation; owns them.
 class ZyrLogLayoutList {

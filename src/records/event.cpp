@@ -88,15 +88,15 @@ void AppendEscaped(ZyrBasString& text, const char16_t* value, std::size_t length
 }
 
 struct TagForm {
-  const char* prefix;
-  int hexDigits;  // 0: not a hexadecimal value
+  const char* prefix;  // null: the tag prints an empty item
+  int hexDigits;       // 0: not a hexadecimal value
 };
 
-// Prefix and width by tag; tags 11 to 17 are handled apart.
-constexpr TagForm kHexTags[] = {
+// Prefix and width by tag, for the walk and for reading a walk back.
+constexpr TagForm kTagForms[] = {
     {"ERRORCODE:0x", 8},  // 0
     {"SIZE:0x", 16},      // 1
-    {"", 0},              // 2: not assigned
+    {nullptr, 0},         // 2: not assigned
     {"INT8:0x", 2},       // 3
     {"BYTE:0x", 2},       // 4
     {"INT16:0x", 4},      // 5
@@ -105,7 +105,16 @@ constexpr TagForm kHexTags[] = {
     {"DWORD:0x", 8},      // 8
     {"INT64:0x", 16},     // 9
     {"QWORD:0x", 16},     // 10
+    {"BOOL:", 0},         // 11
+    {"DOUBLE:", 0},       // 12
+    {"CHAR:0x", 4},       // 13
+    {"STR:", 0},          // 14
+    {"TIME:", 0},         // 15
+    {"STR:", 0},          // 16: read back as 14, the two print alike
+    {nullptr, 0},         // 17: the end
+    {"FILESIZE:0x", 16},  // 18
 };
+constexpr std::uint32_t kTagFormCount = sizeof kTagForms / sizeof kTagForms[0];
 
 }  // namespace
 
@@ -120,13 +129,10 @@ ZyrResult ZyrLogWalkTypedList(ZyrBasString& text, const std::uint64_t* arguments
     (void)text.Append(u'\'');
     if (tag <= ZYR_TAG_QWORD || tag == ZYR_TAG_FILESIZE) {
       std::uint64_t value = *arguments++;
-      if (tag == ZYR_TAG_FILESIZE) {
-        (void)text.AppendAscii("FILESIZE:0x");
-        AppendHex(text, value, 16);
-      } else {
-        const TagForm& form = kHexTags[tag];
+      const TagForm& form = kTagForms[tag];
+      if (form.prefix) {
         (void)text.AppendAscii(form.prefix);
-        if (form.hexDigits) AppendHex(text, value, form.hexDigits);
+        AppendHex(text, value, form.hexDigits);
       }
     } else {
       switch (tag) {
@@ -137,7 +143,7 @@ ZyrResult ZyrLogWalkTypedList(ZyrBasString& text, const std::uint64_t* arguments
           double value;
           std::uint64_t bits = *arguments++;
           std::memcpy(&value, &bits, sizeof value);
-          (void)text.AppendAscii("DOUBLE:");
+          (void)text.AppendAscii(kTagForms[ZYR_TAG_DOUBLE].prefix);
           ZyrResult r = ZyrBasFormatDouble(text, value, 'e', 20, true);
           if (ZyrFailed(r)) {
             text.Clear();
@@ -146,18 +152,18 @@ ZyrResult ZyrLogWalkTypedList(ZyrBasString& text, const std::uint64_t* arguments
           break;
         }
         case ZYR_TAG_CHAR:
-          (void)text.AppendAscii("CHAR:0x");
+          (void)text.AppendAscii(kTagForms[ZYR_TAG_CHAR].prefix);
           AppendHex(text, *arguments++ & 0xffff, 4);
           break;
         case ZYR_TAG_STR:
         case ZYR_TAG_TIME: {
-          (void)text.AppendAscii(tag == ZYR_TAG_STR ? "STR:" : "TIME:");
+          (void)text.AppendAscii(kTagForms[tag].prefix);
           auto* value = reinterpret_cast<const char16_t*>(static_cast<std::uintptr_t>(*arguments++));
           if (value) AppendEscaped(text, value, ZyrBasStrLen(value));
           break;
         }
         case ZYR_TAG_COUNTED_STR: {
-          (void)text.AppendAscii("STR:");
+          (void)text.AppendAscii(kTagForms[ZYR_TAG_COUNTED_STR].prefix);
           auto* value = reinterpret_cast<const char16_t*>(static_cast<std::uintptr_t>(*arguments++));
           std::size_t count = static_cast<std::size_t>(*arguments++);
           if (value) AppendEscaped(text, value, count);
@@ -173,6 +179,84 @@ ZyrResult ZyrLogWalkTypedList(ZyrBasString& text, const std::uint64_t* arguments
   }
 }
 
+namespace {
+
+// The prefix at `at`, in full: the ASCII prefix against the wide text.
+bool PrefixAt(const char16_t* text, std::size_t length, std::size_t at, const char* prefix,
+              std::size_t* prefixLength) {
+  std::size_t n = std::strlen(prefix);
+  if (length - at < n) return false;
+  for (std::size_t i = 0; i < n; ++i)
+    if (text[at + i] != static_cast<char16_t>(prefix[i])) return false;
+  *prefixLength = n;
+  return true;
+}
+
+int HexValue(char16_t c) {
+  if (c >= u'0' && c <= u'9') return c - u'0';
+  if (c >= u'a' && c <= u'f') return c - u'a' + 10;
+  return -1;
+}
+
+}  // namespace
+
+// The grammar is the walk's: items "'PREFIX:value'" joined by ", ", a
+// quote inside a string doubled, so the first single quote ends an item.
+bool ZyrLogTypedListReader::Next(ZyrLogTypedItem* item) {
+  if (malformed_ || at_ == length_) return false;
+  const char16_t* t = text_;
+  std::size_t at = at_;
+  if (at > 0) {  // the separator in front of every item but the first
+    if (length_ - at < 2 || t[at] != u',' || t[at + 1] != u' ') return Fail();
+    at += 2;
+  }
+  if (at == length_ || t[at] != u'\'') return Fail();
+  ++at;
+  *item = ZyrLogTypedItem{};
+  item->tag = ZYR_TAG_UNASSIGNED;
+  std::size_t prefixLength = 0;
+  for (std::uint32_t tag = 0; tag < kTagFormCount; ++tag) {
+    if (!kTagForms[tag].prefix || tag == ZYR_TAG_COUNTED_STR) continue;
+    if (!PrefixAt(t, length_, at, kTagForms[tag].prefix, &prefixLength)) continue;
+    item->tag = tag;
+    break;
+  }
+  if (prefixLength == 0) {  // an item without a value: ''
+    if (at == length_ || t[at] != u'\'') return Fail();
+    at_ = at + 1;
+    return true;
+  }
+  at += prefixLength;
+  const TagForm& form = kTagForms[item->tag];
+  std::size_t start = at;
+  if (item->tag == ZYR_TAG_STR || item->tag == ZYR_TAG_TIME) {
+    for (; at < length_; ++at) {
+      if (t[at] != u'\'') continue;
+      if (at + 1 == length_ || t[at + 1] != u'\'') break;  // the closing quote
+      ++at;                                                 // a doubled one
+    }
+  } else {
+    while (at < length_ && t[at] != u'\'') ++at;
+  }
+  if (at == length_) return Fail();
+  item->text = t + start;
+  item->textLength = at - start;
+  if (form.hexDigits) {
+    if (item->textLength != static_cast<std::size_t>(form.hexDigits)) return Fail();
+    for (std::size_t i = 0; i < item->textLength; ++i) {
+      int digit = HexValue(item->text[i]);
+      if (digit < 0) return Fail();
+      item->value = item->value << 4 | static_cast<unsigned>(digit);
+    }
+  } else if (item->tag == ZYR_TAG_BOOL) {
+    std::size_t n = 0;
+    if (PrefixAt(item->text, item->textLength, 0, "TRUE", &n) && n == item->textLength) item->value = 1;
+    else if (!PrefixAt(item->text, item->textLength, 0, "FALSE", &n) || n != item->textLength) return Fail();
+  }
+  at_ = at + 1;
+  return true;
+}
+
 // ---------------------------------------------------------------------------
 // Compose
 
@@ -186,10 +270,12 @@ ZyrResult ZyrLogComposeEventAt(ZyrLogEvent& event, const ZyrLogEventSource& s,
   // A line break never breaks a line of the public log. The walker of a
   // typed list and the formatter take them out themselves.
   bool breaksTaken = false;
+  bool typedList = false;
   ZyrResult r = ZYR_OK;
   if (s.arguments && publicLog && !s.format) {
     r = ZyrLogWalkTypedList(event.Message, s.arguments);
     breaksTaken = true;
+    typedList = true;
   } else if (s.arguments) {
     r = ZyrBasFormat(event.Message, s.format ? s.format : u"", s.arguments, publicLog ? 0x0b : 0);
     breaksTaken = true;
@@ -211,7 +297,7 @@ ZyrResult ZyrLogComposeEventAt(ZyrLogEvent& event, const ZyrLogEventSource& s,
   event.BuildNr = s.buildNr;
   event.SvnRev = s.revisionText ? 0xffffffffu : s.svnRev;
   event.Product = s.product;
-  event.LogFlags = s.logFlags;
+  event.LogFlags = s.logFlags | (typedList ? ZYR_EVENT_TYPED_LIST : 0);
   event.ScrambleMode = s.scrambleMode;
   r = s.loggerName ? event.LoggerName.Assign(s.loggerName, s.loggerNameLength) : (event.LoggerName.Clear(), ZYR_OK);
   if (ZyrSucceeded(r)) r = s.fileName ? event.FileName.Assign(s.fileName) : (event.FileName.Clear(), ZYR_OK);

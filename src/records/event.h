@@ -9,6 +9,11 @@
 #include "base/string.h"
 #include "zyrlog/zyrlog.h"
 
+// Set by Compose in the event's LogFlags, above every logger flag: Message
+// is the walk of a typed list, which a layout may take apart again into its
+// typed values.
+inline constexpr std::uint32_t ZYR_EVENT_TYPED_LIST = 0x80000000u;
+
 struct ZyrLogEvent {
   ZyrBasString LoggerName;
   ZyrLogSeverity Severity = 0;
@@ -88,5 +93,37 @@ ZyrResult ZyrLogComposeEventAt(ZyrLogEvent& event, const ZyrLogEventSource& sour
 // ", ", string values escaped. A piece that does not fit in memory is left
 // out; only the double's formatter ends the walk with a failure.
 ZyrResult ZyrLogWalkTypedList(ZyrBasString& text, const std::uint64_t* arguments);
+
+// One item of a walked typed list, read back.
+struct ZyrLogTypedItem {
+  std::uint32_t tag;        // ZYR_TAG_*; a counted string reads as ZYR_TAG_STR, an
+                            // item without a value (unassigned or unknown tag) as
+                            // ZYR_TAG_UNASSIGNED
+  std::uint64_t value;      // hexadecimal tags and CHAR: the bits; BOOL: 0 or 1
+  const char16_t* text;     // the value as printed: for STR and TIME escaped, a
+  std::size_t textLength;   // quote doubled; for DOUBLE the number
+};
+
+// Reads the text of ZyrLogWalkTypedList back, item by item, without a copy.
+// A text that the walk did not make (a message that only looks like one, or
+// one with a piece left out for lack of memory) ends the reading as
+// malformed, at the first place that does not fit.
+class ZyrLogTypedListReader {
+ public:
+  ZyrLogTypedListReader(const char16_t* walked, std::size_t length) : text_(walked), length_(length) {}
+  // The next item: false at the end of the text, or where it is malformed.
+  bool Next(ZyrLogTypedItem* item);
+  bool Malformed() const { return malformed_; }
+
+ private:
+  bool Fail() {
+    malformed_ = true;
+    return false;
+  }
+  const char16_t* text_;
+  std::size_t length_;
+  std::size_t at_ = 0;
+  bool malformed_ = false;
+};
 
 #endif

@@ -33,30 +33,7 @@ inline void AppendPair(char16_t*& p, unsigned value) {
 inline void AppendDecimal(char16_t*& p, std::int32_t value) {
   std::uint32_t u = value < 0 ? 0u - static_cast<std::uint32_t>(value) : static_cast<std::uint32_t>(value);
   if (value < 0) *p++ = u'-';
-  // Counted first and written in place from the right: no copy of a few
-  // characters through a library call.
-  unsigned count = 1;
-  std::uint32_t rest = u;
-  if (rest >= 100000000) count += 8, rest /= 100000000;
-  if (rest >= 10000) count += 4, rest /= 10000;
-  if (rest >= 100) count += 2, rest /= 100;
-  if (rest >= 10) ++count;
-  char16_t* d = p + count;
-  p = d;
-  while (u >= 100) {
-    unsigned pair = u % 100;
-    u /= 100;
-    d -= 2;
-    d[0] = kDigits.pair[pair][0];
-    d[1] = kDigits.pair[pair][1];
-  }
-  if (u >= 10) {
-    d -= 2;
-    d[0] = kDigits.pair[u][0];
-    d[1] = kDigits.pair[u][1];
-  } else {
-    *--d = static_cast<char16_t>(u'0' + u);
-  }
+  ZyrLogPutDecimal(p, u);
 }
 
 inline void AppendText(char16_t*& p, const char16_t* text, std::size_t length) {
@@ -130,14 +107,32 @@ const ZyrBasString& ZyrLogCachedHostName() {
   return *name;
 }
 
-ZyrResult ZyrLogComposeStandardLine(const ZyrLogEvent& e, ZyrBasString& line) {
+namespace {
+
+inline ZyrResult SecondOf(std::uint64_t time, const char16_t** text, std::size_t* length) {
   SecondText* cached = tSecondText.Get();
   if (!cached) return ZYR_E_OUT_OF_MEMORY;
   SecondText& second = *cached;
-  if (second.second != e.Timestamp / kTicksPerSecond) {
-    ZyrResult r = RenderSecond(second, e.Timestamp);
+  if (second.second != time / kTicksPerSecond) {
+    ZyrResult r = RenderSecond(second, time);
     if (ZyrFailed(r)) return r;
   }
+  *text = second.text;
+  *length = second.length;
+  return ZYR_OK;
+}
+
+}  // namespace
+
+ZyrResult ZyrLogSecondText(std::uint64_t time, const char16_t** text, std::size_t* length) {
+  return SecondOf(time, text, length);
+}
+
+ZyrResult ZyrLogComposeStandardLine(const ZyrLogEvent& e, ZyrBasString& line) {
+  const char16_t* secondText;
+  std::size_t secondLength;
+  ZyrResult r = SecondOf(e.Timestamp, &secondText, &secondLength);
+  if (ZyrFailed(r)) return r;
   const char16_t* severity = ZyrLogSeverityName(e.Severity);
   const ZyrBasString& host = ZyrLogCachedHostName();
   bool textRevision = !e.RevisionText.Empty();
@@ -145,7 +140,7 @@ ZyrResult ZyrLogComposeStandardLine(const ZyrLogEvent& e, ZyrBasString& line) {
   std::size_t room = 160 + e.LoggerName.Length() + host.Length() + e.FileName.Length() +
                      e.Message.Length() + e.RevisionText.Length();
   line.Clear();
-  ZyrResult r = line.Reserve(room + 1);
+  r = line.Reserve(room + 1);
   if (ZyrFailed(r)) return r;
   char16_t* begin = line.Data();
   char16_t* p = begin;
@@ -156,7 +151,7 @@ ZyrResult ZyrLogComposeStandardLine(const ZyrLogEvent& e, ZyrBasString& line) {
   *p++ = u' ';
   AppendText(p, severity, ZyrBasStrLen(severity));
   *p++ = u' ';
-  AppendText(p, second.text, second.length);
+  AppendText(p, secondText, secondLength);
   unsigned millisecond = static_cast<unsigned>(e.Timestamp % kTicksPerSecond / 10000);
   *p++ = u',';
   *p++ = static_cast<char16_t>(u'0' + millisecond / 100);

@@ -98,8 +98,7 @@ std::vector<std::uint64_t> ExpectAcceptedLinesOnce(const std::string& dir, std::
 // log: it finishes the forgotten object (worker stopped, queue written,
 // files closed) and frees nothing under them.
 TEST(ProcessEnd, ExitFromAThreadWhileFourLogThroughTheWorker) {
-  // Before the fix, 12 of 20 runs crashed: 20 find it, and keep the suite short.
-  const int runs = zyrtest::kSanitized ? 5 : 20;
+  const int runs = zyrtest::kSanitized ? 10 : 50;
   for (int run = 0; run < runs; ++run) {
     SCOPED_TRACE("run " + std::to_string(run));
     std::string dir = zyrtest::MakeTempDir("exit");

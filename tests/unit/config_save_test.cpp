@@ -94,7 +94,8 @@ TEST_F(ConfigSaveTest, RoundTripOfEveryTypeAndKey) {
       u"[lines]\nType = Layout\nLayoutType = Custom\n"
       u"Format = \"%date %time [%logger] %severity: %msg; 100%% done\\n\"\n"
       u"Header = \"start; \\\"quoted\\\"\"\nFooter = the end\n"
-      u"[plain]\nType = Layout\nLayoutType = Standard\n";
+      u"[plain]\nType = Layout\nLayoutType = Standard\n"
+      u"[json]\nType = Layout\nLayoutType = Json\nFields = time:@timestamp,msg: message , args\n";
   ASSERT_EQ(log_->LoadConfigText(config.c_str()), ZYR_OK);
   const std::u16string first = Text();
   for (const char16_t* line :
@@ -102,7 +103,8 @@ TEST_F(ConfigSaveTest, RoundTripOfEveryTypeAndKey) {
         u"\r\nHeader = \"start; \\\"quoted\\\"\"\r\n", u"\r\nFooter = the end\r\n",
         u"\r\nAddAppenders = file,roll,con\r\n", u"\r\nTarget = System.err\r\n",
         u"\r\nFilesCount = 3\r\n", u"\r\nSize = 4096\r\n", u"\r\nImmediateWrite = true\r\n",
-        u"/with blank/f.log\"\r\n", u"[quiet.child]\r\nType = Logger\r\n"})
+        u"/with blank/f.log\"\r\n", u"[quiet.child]\r\nType = Logger\r\n",
+        u"\r\nFields = time:@timestamp, msg:message, args\r\nLayoutType = Json\r\n"})
     EXPECT_NE(first.find(line), std::u16string::npos) << zyrtest::Narrow(line) << "\n" << zyrtest::Narrow(first);
   EXPECT_EQ(first.find(u"comment"), std::u16string::npos);
   EXPECT_EQ(first.find(u"UnknownKey"), std::u16string::npos);

@@ -268,8 +268,8 @@ TEST_F(FileAppenderTest, RollsOnlyAboveSizeAndReportsNumberOne) {
   ASSERT_EQ(Write(a, u"12345678"), ZYR_OK);  // 3 + 10: exactly Size stays
   EXPECT_FALSE(Exists(Path("r.log.1")));
   ASSERT_EQ(Write(a, u""), ZYR_OK);  // two bytes more: rolls
-  EXPECT_FALSE(a->IsOpened());
-  EXPECT_FALSE(Exists(Path("r.log")));  // the next event makes it
+  EXPECT_TRUE(a->IsOpened());
+  EXPECT_EQ(ReadFile(Path("r.log")), kMark);  // the new live file at once
   EXPECT_EQ(ReadFile(Path("r.log.1")), kMark + "12345678\r\n\r\n");
   ASSERT_EQ(owner.reported.size(), 1u);
   EXPECT_EQ(owner.reported[0], zyrtest::U16(P("r.log.1")));
@@ -286,13 +286,13 @@ TEST_F(FileAppenderTest, SizeZeroOrNegativeRollsEveryEvent) {
   EXPECT_EQ(ReadFile(Path("r.log.2")), kMark + "L3\r\n");
   EXPECT_EQ(ReadFile(Path("r.log.3")), kMark + "L2\r\n");
   EXPECT_FALSE(Exists(Path("r.log.4")));
-  EXPECT_FALSE(Exists(Path("r.log")));
+  EXPECT_EQ(ReadFile(Path("r.log")), kMark);
 
   auto* none = Make<ZyrLogAppender>(u"RollingFile", {{u"FileName", u"n.log"}, {u"Size", u"0"}, {u"FilesCount", u"0"}});
   auto* one = Make<ZyrLogAppender>(u"RollingFile", {{u"FileName", u"o.log"}, {u"Size", u"0"}, {u"FilesCount", u"1"}});
   for (const char16_t* line : {u"A", u"B"})
     for (ZyrLogAppender* x : {none, one}) ASSERT_EQ(Write(x, line), ZYR_OK);
-  EXPECT_FALSE(Exists(Path("n.log")));
+  EXPECT_EQ(ReadFile(Path("n.log")), kMark);  // the full one deleted, a new one begun
   EXPECT_FALSE(Exists(Path("n.log.1")));
   EXPECT_EQ(ReadFile(Path("o.log.1")), kMark + "B\r\n");
   EXPECT_FALSE(Exists(Path("o.log.2")));
@@ -307,7 +307,8 @@ TEST_F(FileAppenderTest, FooterOfARolloverStaysInTheOldFile) {
   ASSERT_EQ(Write(a, u"abc"), ZYR_OK);
   EXPECT_EQ(ReadFile(Path("f.log.1")), kMark + "HDR\r\n0123456789\r\nabc\r\nFTR\r\n");
   EXPECT_FALSE(Exists(Path("f.log.2")));
-  EXPECT_FALSE(Exists(Path("f.log")));  // no second rollover started by the footer
+  // No second rollover started by the footer, nor by the new file's header.
+  EXPECT_EQ(ReadFile(Path("f.log")), kMark + "HDR\r\n");
   a->Release();
   a->SetLayout(nullptr);
 }
