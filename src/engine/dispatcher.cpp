@@ -78,11 +78,16 @@ void ZyrLogDispatcher::HousekeepingTick() {
   // on several threads do not pass the flag's cache line between them.
   std::uint32_t now = ZyrBasTickCount();
   if (!(lastHousekeeping_.load(std::memory_order_relaxed) < now - 1000u)) return;
+  // Open logs are compared with their names at their next line. Every
+  // thread that finds the tick due asks for it, not only the one that wins
+  // the flag: a thread that lost the flag would otherwise write its line
+  // before the winner asked, into a file that other processes may have
+  // rolled away and removed while this one was idle.
+  ZyrLogFileBasedAppender::HousekeepingTick();
   if (housekeepingBusy_.exchange(1) == 1) return;  // another thread is at it
   if (lastHousekeeping_.load(std::memory_order_relaxed) < now - 1000u) {
     lastHousekeeping_.store(now, std::memory_order_relaxed);
     (void)housekeeper_.CollectFinished();
-    ZyrLogFileBasedAppender::HousekeepingTick();  // open logs compared with their names
     // Log file housekeeping and the configuration change check run here;
     // the check only while no worker runs (the worker watches folders).
     if (!running_.load() && changeCallback_) (void)changeCallback_(changeContext_);
