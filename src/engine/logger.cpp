@@ -220,6 +220,16 @@ void ZyrLoggerNode::RetireTree(ZyrLoggerNode* top) {
   while (!g_retired.compare_exchange_weak(head, first));
 }
 
+void ZyrLoggerNode::FreeRetired() {
+  for (ZyrLoggerNode* node = g_retired.exchange(nullptr); node;) {
+    ZyrLoggerNode* next = node->parent_.load();
+    node->nameText_.store(nullptr);  // the shell's empty name is no allocation
+    node->~ZyrLoggerNode();
+    ZyrBasFree(node);
+    node = next;
+  }
+}
+
 // ---------------------------------------------------------------------------
 
 ZyrResult ZyrLogHierarchy::FindOrCreate(ZyrLoggerNode** logger, const char16_t* name,

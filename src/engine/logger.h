@@ -106,14 +106,18 @@ class ZyrLoggerNode final : public ZyrLogger {
   // Tree walks from a logger.
   static void CloseTree(ZyrLoggerNode* logger);
   // When the manager goes: every logger below `top`, and `top`, becomes an
-  // empty shell that stays in memory for the life of the process, reachable
-  // from static storage. A shell's threshold is OFF, so that a caller's
+  // empty shell that stays in memory, reachable from static storage, until
+  // the module goes (FreeRetired). A shell's threshold is OFF, so that a caller's
   // test drops a message before any call, and a call that comes anyway
   // answers ZYR_E_NOT_INITIALIZED: a client that logs through a pointer
   // after its release (a caller's error) must not take the process down.
   // What a shell held (name, children, appender list) is freed; about 200
   // bytes a logger stay.
   static void RetireTree(ZyrLoggerNode* top);
+  // Frees the shells, when the module goes: after the exit handlers at the
+  // process's end, or at its unloading, after which nothing can call a
+  // logger any more.
+  static void FreeRetired();
   static void ResetTree(ZyrLoggerNode* logger);
   // The deepest logger on the path of `name` below `start`; `position`
   // ends at the start of the first component not found (or at the end).

@@ -10,6 +10,7 @@
 #include "base/startup.h"
 #include "base/tls.h"
 #include "client/log_object.h"
+#include "engine/logger.h"
 #include "engine/manager.h"
 #include "zyrlog/zyrlog.h"
 
@@ -167,6 +168,10 @@ void ProcessDetach() {
   // The hook runs outside the spin lock: it takes the registry lock, and the
   // spin lock is never taken while that one is held.
   if (last && kHooks.onLastDetach) kHooks.onLastDetach();
+  // The exit handlers have run by now (a module's end comes after them),
+  // and an unloaded module's loggers cannot be called: the shells of
+  // released loggers go, or an unloading would leave them unreachable.
+  if (last) ZyrLoggerNode::FreeRetired();
   ZyrBasShutdown();
   while (g_exitCount > 0) g_exitTable[--g_exitCount]();
   g_attachFlags &= ~1u;
