@@ -36,22 +36,6 @@ std::uint64_t NowNs() {
 
 namespace {
 
-// Runs `call(sequence)` for each measured sequence number, timing each call
-// only when latencies are asked for, so that the other rows carry no clock.
-template <class Call>
-inline void Loop(std::uint32_t count, std::uint32_t* latencies, Call&& call) {
-  if (!latencies) {
-    for (std::uint32_t s = 0; s < count; ++s) call(s);
-    return;
-  }
-  for (std::uint32_t s = 0; s < count; ++s) {
-    std::uint64_t start = NowNs();
-    call(s);
-    std::uint64_t took = NowNs() - start;
-    latencies[s] = took > UINT32_MAX ? UINT32_MAX : static_cast<std::uint32_t>(took);
-  }
-}
-
 // Keeps the compiler from hoisting a threshold read out of a loop.
 inline void Barrier() { asm volatile("" ::: "memory"); }
 
@@ -196,6 +180,7 @@ class ZyrContender final : public Contender {
   ~ZyrContender() override { Close(); }
 
   bool Setup(const RunConfig& config, std::string* why) override {
+    paced_ = config.paced;
     // The default log folder lies below LOCALAPPDATA: keep it inside this
     // measurement's folder, so that nothing escapes the count.
     std::string appData = config.folder + "/appdata";
@@ -278,7 +263,7 @@ class ZyrContender final : public Contender {
       });
       return;
     }
-    Loop(count, latencies,
+    Loop(count, latencies, paced_,
          [&](std::uint32_t s) { Put(u"request %d from worker %d for %s", s, worker); });
   }
 
@@ -348,6 +333,7 @@ class ZyrContender final : public Contender {
 
   ZyrOutput output_;
   bool queue_;
+  bool paced_ = false;
   bool started_ = false;
   IZyrLog* log_ = nullptr;
   ZyrLogger* logger_ = nullptr;
@@ -526,6 +512,14 @@ const std::vector<ContenderInfo>& AllContenders() {
        Make<ZyrContender, ZyrOutput::kFile, true>},
       {"zyrlog-rolling-queue", "zyrlog RollingFile, queue", Kind::kRolling, true, false,
        Make<ZyrContender, ZyrOutput::kRolling, true>},
+      {"zyrlog-rolling-queue-paced", "zyrlog RollingFile, queue, paced", Kind::kRolling, true,
+       false, Make<ZyrContender, ZyrOutput::kRolling, true>, false, true},
+      // The reference for an asynchronous caller: per-thread queues, the
+      // text made on its backend thread.
+      {"quill-rotating", "quill rotating file (async)", Kind::kRolling, true, false,
+       MakeQuillContender},
+      {"quill-rotating-paced", "quill rotating file (async), paced", Kind::kRolling, true, false,
+       MakeQuillContender, false, true},
       // One file shared by as many processes as the row has workers.
       {"limit-write-procs", "limit: write() per line, processes", Kind::kLimit, false, false,
        Make<LimitContender, SizeQuery::kNone>, true},

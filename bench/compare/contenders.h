@@ -25,6 +25,7 @@ struct RunConfig {
   std::string host;          // host name of the lines
   std::uint32_t workers = 1;
   std::uint32_t perWorker = 0;  // measured calls of each worker
+  bool paced = false;        // lines come in small groups with pauses, see Loop
 };
 
 class Contender {
@@ -55,6 +56,7 @@ struct ContenderInfo {
   bool buffered;      // lines stay in process memory after the call returns
   std::unique_ptr<Contender> (*make)();
   bool processes = false;  // each worker is a process of its own, not a thread
+  bool paced = false;      // RunConfig::paced for this row
 };
 
 // The size rule of the rolling rows: the file size of zyrlog's built-in
@@ -70,5 +72,42 @@ const std::vector<ContenderInfo>& AllContenders();
 
 // Monotonic clock in nanoseconds.
 std::uint64_t NowNs();
+
+// A paced writer sends kPaceGroup lines, then waits kPaceGapNs on the clock
+// (spinning, so that the gap is the same on a loaded machine): a program
+// that logs in small groups, where an asynchronous road finds its worker
+// idle at every group's first line.
+inline constexpr std::uint32_t kPaceGroup = 16;
+inline constexpr std::uint64_t kPaceGapNs = 20000;
+
+// Runs `call(sequence)` for each measured sequence number, timing each call
+// only when latencies are asked for, so that the other rows carry no clock.
+template <class Call>
+inline void Loop(std::uint32_t count, std::uint32_t* latencies, bool paced, Call&& call) {
+  for (std::uint32_t s = 0; s < count; ++s) {
+    if (latencies) {
+      std::uint64_t start = NowNs();
+      call(s);
+      std::uint64_t took = NowNs() - start;
+      latencies[s] = took > UINT32_MAX ? UINT32_MAX : static_cast<std::uint32_t>(took);
+    } else {
+      call(s);
+    }
+    if (paced && s % kPaceGroup == kPaceGroup - 1) {
+      std::uint64_t until = NowNs() + kPaceGapNs;
+      while (NowNs() < until) {
+      }
+    }
+  }
+}
+
+template <class Call>
+inline void Loop(std::uint32_t count, std::uint32_t* latencies, Call&& call) {
+  Loop(count, latencies, false, static_cast<Call&&>(call));
+}
+
+// quill's asynchronous rotating file (quill_contender.cpp); a contender that
+// says why it is not available where the quill headers were not found.
+std::unique_ptr<Contender> MakeQuillContender();
 
 #endif

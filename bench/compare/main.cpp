@@ -342,6 +342,7 @@ int main(int argc, char** argv) {
       plan.calls = row.info->kind == Kind::kBelow ? options.belowCalls : options.lines;
       plan.warmUp = options.warmUp;
       plan.timeLimitSeconds = options.timeLimit;
+      plan.paced = row.info->paced;
       std::string folder = root + "/" + row.info->id + "-t" + std::to_string(row.threads);
       RemoveTree(folder);
       mkdir(folder.c_str(), 0755);

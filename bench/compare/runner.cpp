@@ -46,6 +46,7 @@ RunConfig MakeConfig(const RunPlan& plan, const std::string& folder, const std::
   config.folder = folder;
   config.host = host;
   config.workers = plan.workers ? plan.workers : 1;
+  config.paced = plan.paced;
   config.perWorker = static_cast<std::uint32_t>((plan.calls + config.workers - 1) / config.workers);
   m.calls = static_cast<std::uint64_t>(config.perWorker) * config.workers;
   return config;

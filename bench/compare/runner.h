@@ -35,6 +35,7 @@ struct RunPlan {
   std::uint64_t calls = 0;        // measured calls, split evenly across workers
   std::uint32_t warmUp = 1000;    // per worker
   unsigned timeLimitSeconds = 300;
+  bool paced = false;
 };
 
 // Runs the measurement in a child process with `folder` as its empty

@@ -15,6 +15,7 @@ ZyrResult ZyrLogAppender::Append(ZyrLogEvent&, const char16_t* text, std::size_t
 }
 
 ZyrResult ZyrLogAppender::OpenTarget() { return ZYR_OK; }
+std::uint64_t ZyrLogAppender::EndBatch(ZyrResult*) { return 0; }
 ZyrResult ZyrLogAppender::CloseTarget() { return ZYR_OK; }
 ZyrResult ZyrLogAppender::Truncate() { return ZYR_OK; }
 

@@ -45,6 +45,11 @@ class ZyrLogAppender {
   virtual ZyrResult Configure(ZyrCfgSection& section);
   // Subclasses add their keys first and call the base last.
   virtual ZyrResult WriteConfig(ZyrCfgSection& section);
+  // The end of the draining thread's batch (appender/batch.h), under the
+  // lock: writes the lines held back. Returns the lines that reached no
+  // target then, with the failure in *failure. An appender that holds
+  // nothing back has nothing to do.
+  virtual std::uint64_t EndBatch(ZyrResult* failure);
 
   ZyrResult Init(const char16_t* name, ZyrLogAppenderOwner* owner);
   // The entry from a logger: filter, format, open if needed, write.

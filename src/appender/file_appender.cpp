@@ -3,6 +3,7 @@
 #include <bit>
 #include <cstring>
 
+#include "appender/batch.h"
 #include "base/path.h"
 #include "base/textconv.h"
 #include "base/time.h"
@@ -32,6 +33,7 @@ static_assert(std::endian::native == std::endian::little, "UTF-16 log files are 
 
 ZyrResult ZyrLogFileWriter::OpenLogFile(const char16_t* path, bool allowDelete, bool createFresh) {
   if (file_.IsOpen()) {
+    (void)WriteHeld();
     (void)file_.Close();
     encoding_ = ZYR_LOG_ENCODING_NONE;
   }
@@ -159,6 +161,7 @@ ZyrResult ZyrLogFileWriter::WriteLine(const char16_t* text, std::size_t length) 
       count = encodedBuffer_.Count();
     }
   }
+  if (holding_ && Hold(bytes, count)) return ZYR_OK;
   std::size_t done = 0;
   r = file_.Append(bytes, count, &done);
   if (ZyrFailed(r)) return r;  // nothing of the line was written
@@ -218,6 +221,56 @@ void ZyrLogFileWriter::SealFragment(const unsigned char* fragment, std::size_t s
                  ZyrFailed(file_.Overwrite(end - static_cast<std::int64_t>(runLength), seal, runLength));
 }
 
+bool ZyrLogFileWriter::Hold(const void* bytes, std::size_t count) {
+  std::size_t end = held_.Count() + count;
+  if (end > 0xffffffffu || ZyrFailed(held_.Reserve(end)) ||
+      ZyrFailed(heldEnds_.Reserve(heldEnds_.Count() + 1)))
+    return false;
+  std::memcpy(held_.end(), bytes, count);
+  held_.SetCount(end);
+  (void)heldEnds_.Append(static_cast<std::uint32_t>(end));
+  sealPending_ = false;  // the torn mark went ahead of this line
+  return true;
+}
+
+ZyrResult ZyrLogFileWriter::HoldLine(const char16_t* text, std::size_t length, std::size_t limit) {
+  holding_ = true;
+  ZyrResult r = WriteLine(text, length);
+  holding_ = false;
+  if (ZyrSucceeded(r) && held_.Count() >= limit) (void)WriteHeld();
+  return r;
+}
+
+ZyrResult ZyrLogFileWriter::WriteHeld() {
+  if (held_.Empty()) return ZYR_OK;
+  std::size_t total = held_.Count(), done = 0;
+  ZyrResult r = file_.IsOpen() ? file_.Append(held_.begin(), total, &done) : ZYR_E_INVALID_HANDLE;
+  if (ZyrFailed(r)) done = 0;
+  if (done < total) {
+    // The lines wholly written stay; the one the write cut is sealed, so
+    // that the next line starts on a line of its own.
+    std::size_t whole = 0;
+    while (heldEnds_[whole] <= done) ++whole;
+    std::size_t start = whole ? heldEnds_[whole - 1] : 0;
+    if (done > start)
+      SealFragment(reinterpret_cast<const unsigned char*>(held_.begin()) + start, done - start);
+    if (ZyrSucceeded(r)) r = ZYR_E_DISK_FULL;
+    heldFailedLines_ += heldEnds_.Count() - whole;
+    heldFailure_ = r;
+  }
+  held_.Clear();
+  heldEnds_.Clear();
+  return r;
+}
+
+std::uint64_t ZyrLogFileWriter::TakeHeldFailures(ZyrResult* failure) {
+  std::uint64_t lines = heldFailedLines_;
+  *failure = heldFailure_;
+  heldFailedLines_ = 0;
+  heldFailure_ = ZYR_OK;
+  return lines;
+}
+
 ZyrResult ZyrLogFileWriter::EndAfterWrite(std::int64_t* end) { return file_.AppendEnd(end); }
 
 ZyrResult ZyrLogFileWriter::Size(std::int64_t* size) {
@@ -233,6 +286,7 @@ ZyrResult ZyrLogFileWriter::Truncate() { return file_.SetSize(0); }
 
 ZyrResult ZyrLogFileWriter::Close() {
   if (!file_.IsOpen()) return ZYR_OK;
+  (void)WriteHeld();
   ZyrResult r = file_.Close();
   encoding_ = ZYR_LOG_ENCODING_NONE;
   return r;
@@ -285,9 +339,19 @@ ZyrResult ZyrLogFileBasedAppender::CheckType(ZyrCfgSection& section, const char1
 
 ZyrResult ZyrLogFileBasedAppender::WriteThrough(ZyrLogFileWriter& writer, const char16_t* text,
                                                 std::size_t length) {
+  if (ZyrLogBatch* batch = ZyrLogBatch::Current()) {
+    if (!enlisted_ && ZyrSucceeded(batch->Enlist(this))) enlisted_ = 1;
+    if (enlisted_) return writer.HoldLine(text, length, BatchLimit());
+  }
   ZyrResult r = writer.WriteLine(text, length);
   if (ZyrSucceeded(r) && immediateWrite_) r = writer.Flush();
   return r;
+}
+
+std::uint64_t ZyrLogFileBasedAppender::EndBatchOf(ZyrLogFileWriter& writer, ZyrResult* failure) {
+  enlisted_ = 0;
+  if (ZyrSucceeded(writer.WriteHeld()) && immediateWrite_) (void)writer.Flush();
+  return writer.TakeHeldFailures(failure);
 }
 
 void ZyrLogFileBasedAppender::HousekeepingTick() {

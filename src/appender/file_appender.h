@@ -43,6 +43,19 @@ class ZyrLogFileWriter {
   // gives ZYR_E_DISK_FULL, and the part written ends in " [torn line]" and
   // CR LF, so that the next line starts on a line of its own.
   ZyrResult WriteLine(const char16_t* text, std::size_t length);
+  // On the worker's road: the line, encoded as WriteLine writes it, is held
+  // back to go out with the lines around it in one write. When the held
+  // lines reach `limit` bytes they are written at once. Whatever that write
+  // loses is counted for TakeHeldFailures, not answered here.
+  ZyrResult HoldLine(const char16_t* text, std::size_t length, std::size_t limit);
+  // Writes the held lines in one write at the end of the file, each line
+  // whole, several at once; a close or a new open writes them first. A
+  // short write seals the line it cuts as WriteLine seals one.
+  ZyrResult WriteHeld();
+  std::size_t HeldBytes() const { return held_.Count(); }
+  // The held lines that reached no file since the last call, and the last
+  // failure.
+  std::uint64_t TakeHeldFailures(ZyrResult* failure);
   // The end of the file as the last line's write left it, other processes'
   // lines before it included: one cheap query, with no size kept here.
   ZyrResult EndAfterWrite(std::int64_t* end);
@@ -72,7 +85,14 @@ class ZyrLogFileWriter {
   ZyrBasArray<char> encodedBuffer_;  // the line in UTF-8, kept between lines
   bool markMissing_ = false;         // the file was empty at the open
   bool sealPending_ = false;         // a torn fragment waits for its mark
+  bool holding_ = false;             // WriteLine holds the line back
+  ZyrBasArray<char> held_;           // held lines, encoded, whole
+  ZyrBasArray<std::uint32_t> heldEnds_;  // the end of each held line in held_
+  std::uint64_t heldFailedLines_ = 0;
+  ZyrResult heldFailure_ = ZYR_OK;
 
+  // False without memory to hold the line: it is written at once.
+  bool Hold(const void* bytes, std::size_t count);
   void UseAppendMode();
   void SealFragment(const unsigned char* fragment, std::size_t size);
 };
@@ -97,6 +117,10 @@ class ZyrLogFileBasedAppender : public ZyrLogAppender {
   // folder removed, is so noticed without a system call per line.
   static void HousekeepingTick();
 
+  // The bytes of lines that a file appender holds back on the worker's
+  // road before it writes them in one write.
+  static constexpr std::size_t kBatchBytes = 64 * 1024;
+
   const ZyrBasString& FileName() const { return fileName_; }
   const ZyrBasString& BaseFolder() const { return baseFolder_; }
   bool ImmediateWrite() const { return immediateWrite_ != 0; }
@@ -107,8 +131,14 @@ class ZyrLogFileBasedAppender : public ZyrLogAppender {
   ZyrResult ConfigureShared(ZyrCfgSection& section);
   // The AppenderType check of a class: ZYR_E_CFG_NOT_FOUND when absent.
   static ZyrResult CheckType(ZyrCfgSection& section, const char16_t* expected);
-  // The line, then a flush when ImmediateWrite asks for one.
+  // The line, then a flush when ImmediateWrite asks for one. On the
+  // draining thread the line is held back instead, for the batch's end.
   ZyrResult WriteThrough(ZyrLogFileWriter& writer, const char16_t* text, std::size_t length);
+  // The held lines written, flushed if ImmediateWrite asks for it; the
+  // lines lost, with the failure.
+  std::uint64_t EndBatchOf(ZyrLogFileWriter& writer, ZyrResult* failure);
+  // How many bytes of lines one write may carry.
+  virtual std::size_t BatchLimit() const { return kBatchBytes; }
   // Folder tree of `path`, made if missing; the open that follows reports a
   // folder that could not be made.
   static void EnsureFolder(const ZyrBasString& path);
@@ -134,6 +164,7 @@ class ZyrLogFileBasedAppender : public ZyrLogAppender {
   ZyrBasString fileName_;
   ZyrBasString baseFolder_;
   std::uint8_t immediateWrite_ = 0;
+  std::uint8_t enlisted_ = 0;  // in the draining thread's batch
 };
 
 // AppenderType "File", and "SharedFile", which the creator table maps to the
@@ -147,6 +178,7 @@ class ZyrLogFileAppender final : public ZyrLogFileBasedAppender {
   ZyrResult Truncate() override;
   ZyrResult Configure(ZyrCfgSection& section) override;
   ZyrResult WriteConfig(ZyrCfgSection& section) override;
+  std::uint64_t EndBatch(ZyrResult* failure) override { return EndBatchOf(writer_, failure); }
 
   ZyrLogFileWriter& Writer() { return writer_; }
 

@@ -23,6 +23,7 @@ class ZyrLogRollingAppenderBase : public ZyrLogFileBasedAppender {
   ZyrResult WriteText(const char16_t* text, std::size_t length) override;
   ZyrResult CloseTarget() override;
   ZyrResult Release() override;
+  std::uint64_t EndBatch(ZyrResult* failure) override { return EndBatchOf(writer_, failure); }
 
   const ZyrLogFileLock& FileLock() const { return fileLock_; }
   ZyrLogFileWriter& Writer() { return writer_; }

@@ -107,9 +107,23 @@ ZyrResult ZyrLogRollingFileAppender::Append(ZyrLogEvent&, const char16_t* text, 
   // The line first: the line that passes the limit is the last of the old file.
   ZyrResult r = WriteText(text, length);
   if (ZyrFailed(r)) return r;
+  // Held back for the worker's batch: the size is asked after its write.
+  if (writer_.HeldBytes() != 0) return ZYR_OK;
+  return RollIfOver();
+}
+
+std::uint64_t ZyrLogRollingFileAppender::EndBatch(ZyrResult* failure) {
+  bool held = writer_.HeldBytes() != 0;
+  std::uint64_t lost = EndBatchOf(writer_, failure);
+  // A rollover that fails loses no line of this batch: they are written.
+  if (held && writer_.IsOpen()) (void)RollIfOver();
+  return lost;
+}
+
+ZyrResult ZyrLogRollingFileAppender::RollIfOver() {
   // What the system counts, with other processes' lines and the mark: the
   // end of the file where the system put this line.
-  r = writer_.EndAfterWrite(&currentSize_);
+  ZyrResult r = writer_.EndAfterWrite(&currentSize_);
   if (ZyrFailed(r)) return r;
   if (currentSize_ <= size_) return ZYR_OK;
   // After a rollover that failed, the next try waits for the housekeeping

@@ -30,6 +30,8 @@ class ZyrLogRollingFileAppender final : public ZyrLogRollingAppenderBase {
   // before this call.
   ZyrResult Configure(ZyrCfgSection& section) override;
   ZyrResult WriteConfig(ZyrCfgSection& section) override;
+  // The held lines in one write, then the size rule once for all of them.
+  std::uint64_t EndBatch(ZyrResult* failure) override;
 
   // `fullPath`, ".", the index in decimal without padding; an index of more
   // than 15 digits gives ZYR_E_BUFFER_TOO_SMALL.
@@ -53,6 +55,14 @@ class ZyrLogRollingFileAppender final : public ZyrLogRollingAppenderBase {
   std::uint64_t FilesCount() const { return filesCount_; }
 
  private:
+  // After a write: the size query, and the rollover when the live file
+  // has passed Size.
+  ZyrResult RollIfOver();
+  // A batch is a fraction of Size, so that the live file passes Size by
+  // at most one batch; with no room at all each line is a write of its own.
+  std::size_t BatchLimit() const override {
+    return size_ <= 0 ? 0 : size_ / 16 < static_cast<std::int64_t>(kBatchBytes) ? static_cast<std::size_t>(size_ / 16) : kBatchBytes;
+  }
 
   std::int64_t size_ = kZyrLogDefaultRollSize;
   std::int64_t currentSize_ = 0;  // end of the live file seen after the last write

@@ -78,6 +78,21 @@ inline std::uint64_t ZyrBasSlotFromPointer(const void* pointer) {
   return static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(pointer));
 }
 
+// How a format reads its argument slots, for a caller that keeps the format
+// and a copy of the arguments to print them later, on another thread: the
+// log worker composes queued messages this way.
+struct ZyrBasFormatPlan {
+  std::size_t length;       // units of the format, the terminator not counted
+  std::uint32_t slotCount;  // slots that its conversions read
+  std::uint64_t wideTexts;  // bit i: slot i holds a terminated wide text ("%s", "%ls")
+};
+
+// Fills `plan` by the same rules by which the format is printed. False
+// when a conversion reads a narrow text ("%hs", "%Z"), a counted text
+// ("%wZ"), or more than 64 slots: such a format is printed where its
+// arguments are, since the conversion of a narrow text can fail.
+bool ZyrBasPlanFormat(const char16_t* format, ZyrBasFormatPlan* plan);
+
 // One parsed conversion.
 struct ZyrBasFormatSpec {
   std::uint8_t left;               // "-"

@@ -60,6 +60,43 @@ struct ZyrBasSpinLock {
   void Release() { word.store(0, std::memory_order_release); }
 };
 
+// A lock around a few instructions of work: one exchange when it is free.
+// A thread that finds it taken spins briefly with the processor's pause
+// hint, then gives up the processor between attempts, so that a holder that
+// lost its processor can finish. Not recursive; never held across a call
+// that can block. Zero-initialised statics need no constructor.
+struct ZyrBasBriefLock {
+  std::atomic<std::uint32_t> word{0};
+
+  void Acquire() {
+    if (word.exchange(1, std::memory_order_acquire) != 0) AcquireContended();
+  }
+  void Release() { word.store(0, std::memory_order_release); }
+  // In a forked child: free, whoever held it in the parent.
+  void RenewAfterFork() { word.store(0, std::memory_order_relaxed); }
+
+ private:
+  void AcquireContended();
+};
+
+class ZyrBasBriefGuard {
+ public:
+  explicit ZyrBasBriefGuard(ZyrBasBriefLock& lock) : lock_(lock) { lock_.Acquire(); }
+  ~ZyrBasBriefGuard() { lock_.Release(); }
+  ZyrBasBriefGuard(const ZyrBasBriefGuard&) = delete;
+  ZyrBasBriefGuard& operator=(const ZyrBasBriefGuard&) = delete;
+
+ private:
+  ZyrBasBriefLock& lock_;
+};
+
+// The processor's hint that the caller spins on a memory word.
+inline void ZyrBasSpinPause() {
+#if defined(__x86_64__) || defined(__i386__)
+  __builtin_ia32_pause();
+#endif
+}
+
 class ZyrBasSpinGuard {
  public:
   explicit ZyrBasSpinGuard(ZyrBasSpinLock& lock) : lock_(&lock) { lock_->Acquire(); }

@@ -49,6 +49,16 @@ void* ZyrBasAllocZero(std::size_t size) noexcept {
   return Advised(ZyrBasNativeAllocZero(size ? size : 1), size);
 }
 
+void* ZyrBasAllocAligned(std::size_t alignment, std::size_t size) noexcept {
+  if (InjectedFailure()) return nullptr;
+  // The size is a multiple of the alignment, as the C library asks.
+  std::size_t rounded = (size + alignment - 1) & ~(alignment - 1);
+  if (rounded < size) return nullptr;
+  return Advised(ZyrBasNativeAllocAligned(alignment, rounded ? rounded : alignment), rounded);
+}
+
+void ZyrBasFreeAligned(void* block) noexcept { ZyrBasNativeFreeAligned(block); }
+
 void ZyrBasFree(void* block) noexcept { ZyrBasNativeFree(block); }
 
 long ZyrBasTestFailAllocationsAfter(long successes) noexcept {

@@ -12,6 +12,10 @@
 
 void* ZyrBasAlloc(std::size_t size) noexcept;
 void* ZyrBasAllocZero(std::size_t size) noexcept;
+// `size` bytes at an address that is a multiple of `alignment`, a power of
+// two no smaller than a pointer; freed with ZyrBasFreeAligned.
+void* ZyrBasAllocAligned(std::size_t alignment, std::size_t size) noexcept;
+void ZyrBasFreeAligned(void* block) noexcept;
 void ZyrBasFree(void* block) noexcept;
 
 // Test hook: after `successes` further allocations succeed, every allocation

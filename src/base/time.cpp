@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "base/lock.h"
 #include "base/os/time_os.h"
 
 namespace {
@@ -50,6 +51,16 @@ std::uint32_t DaysInMonth(std::uint32_t year, std::uint32_t month) {
 // outside tests, so it stays in every core's cache.
 std::atomic<std::int64_t> g_clockOffset{0};
 
+// The process's stamps: whether they count cycles, and the counter's rate,
+// measured once from the reading that ZyrBasStampStart takes.
+constexpr std::uint32_t kStampsUnknown = 0, kStampsCycles = 1, kStampsTime = 2;
+std::atomic<std::uint32_t> g_stampKind{kStampsUnknown};
+ZyrBasSpinLock g_stampLock;
+std::uint64_t g_stampBaseCount = 0;
+std::uint64_t g_stampBaseTime = 0;
+std::atomic<double> g_ticksPerCount{0};
+constexpr std::uint64_t kCalibrationTicks = kTicksPerSecond / 50;  // 20 ms
+
 bool IsNoneFields(const ZyrBasTimeFields& f) {
   return f.year == 1600 && f.month == 12 && f.day == 31 && f.hour == 0 && f.minute == 0 &&
          f.second == 0 && f.millisecond == 0 && f.microsecond == 0 && f.nanosecond == 0;
@@ -57,12 +68,77 @@ bool IsNoneFields(const ZyrBasTimeFields& f) {
 
 }  // namespace
 
-std::uint64_t ZyrBasSystemTime() {
+namespace {
+// The system clock without the test offset.
+std::uint64_t SystemClock() {
   std::int64_t seconds;
   std::uint32_t nanoseconds;
   ZyrBasOsWallClock(&seconds, &nanoseconds);
-  return ZYR_TIME_EARLIEST + static_cast<std::uint64_t>(seconds) * kTicksPerSecond +
-         nanoseconds / 100 + static_cast<std::uint64_t>(g_clockOffset.load(std::memory_order_relaxed));
+  return ZYR_TIME_EARLIEST + static_cast<std::uint64_t>(seconds) * kTicksPerSecond + nanoseconds / 100;
+}
+}  // namespace
+
+namespace {
+// Counter and clock read together: the clock between two counter readings
+// that lie close, so that a thread preempted between the two clocks'
+// readings does not skew the relation by its time off the processor.
+void ReadPair(std::uint64_t* count, std::uint64_t* clock) {
+  std::uint64_t closest = ~std::uint64_t{0};
+  for (int attempt = 0; attempt < 16; ++attempt) {
+    std::uint64_t before = ZyrBasOsCycleCounter();
+    std::uint64_t time = SystemClock();
+    std::uint64_t spread = ZyrBasOsCycleCounter() - before;
+    if (spread < closest) {
+      closest = spread;
+      *count = before + spread / 2;
+      *clock = time;
+    }
+    if (spread < 20000) return;  // some microseconds at most
+  }
+}
+}  // namespace
+
+std::uint64_t ZyrBasSystemTime() {
+  return SystemClock() + static_cast<std::uint64_t>(g_clockOffset.load(std::memory_order_relaxed));
+}
+
+void ZyrBasStampStart() {
+  if (g_stampKind.load(std::memory_order_acquire) != kStampsUnknown) return;
+  ZyrBasSpinGuard guard(g_stampLock);
+  if (g_stampKind.load(std::memory_order_relaxed) != kStampsUnknown) return;
+  bool cycles = ZyrBasOsCycleCounterKeepsTime();
+  if (cycles) {
+    ReadPair(&g_stampBaseCount, &g_stampBaseTime);
+  }
+  g_stampKind.store(cycles ? kStampsCycles : kStampsTime, std::memory_order_release);
+}
+
+std::uint64_t ZyrBasStamp() {
+  return g_stampKind.load(std::memory_order_relaxed) == kStampsCycles ? ZyrBasOsCycleCounter()
+                                                                      : ZyrBasSystemTime();
+}
+
+void ZyrBasStampClock::Anchor() {
+  cycles_ = g_stampKind.load(std::memory_order_acquire) == kStampsCycles;
+  if (!cycles_) return;
+  double rate = g_ticksPerCount.load(std::memory_order_acquire);
+  std::uint64_t clock;
+  ReadPair(&anchorCount_, &clock);
+  if (rate == 0) {
+    ZyrBasSpinGuard guard(g_stampLock);
+    rate = g_ticksPerCount.load(std::memory_order_relaxed);
+    if (rate == 0) {
+      // A baseline of 20 ms at least: the two clock readings differ by some
+      // 50 ns from their true relation, so the rate is good to a few parts
+      // in a million, and a stamp a second old is placed within microseconds.
+      while (clock - g_stampBaseTime < kCalibrationTicks) ReadPair(&anchorCount_, &clock);
+      rate = static_cast<double>(clock - g_stampBaseTime) /
+             static_cast<double>(anchorCount_ - g_stampBaseCount);
+      g_ticksPerCount.store(rate, std::memory_order_release);
+    }
+  }
+  ticksPerCount_ = rate;
+  anchorTime_ = clock + static_cast<std::uint64_t>(g_clockOffset.load(std::memory_order_relaxed));
 }
 
 void ZyrBasTestSetClockOffset(std::int64_t offset) {

@@ -36,6 +36,36 @@ void ZyrBasTestSetClockOffset(std::int64_t offset);
 // Milliseconds of a monotonic clock, wrapping at 32 bits.
 std::uint32_t ZyrBasTickCount();
 
+// Stamps: a reading of the cheapest clock there is, taken where the time
+// of an event must be kept at once and made into a time later, on another
+// thread. Where the system keeps its own time by the processor's cycle
+// counter, a stamp is that counter, read without a call into the system's
+// clock; elsewhere a stamp is the time itself. ZyrBasStampStart must have
+// run once in the process before the first stamp.
+void ZyrBasStampStart();
+std::uint64_t ZyrBasStamp();
+
+// Turns stamps into times, by the relation of counter and clock read at
+// the last Anchor; the counter's rate is measured once for the process, on
+// a baseline of at least 20 ms from ZyrBasStampStart, and the first Anchor
+// of the process waits for that much if it must. Not for use by two
+// threads at once.
+class ZyrBasStampClock {
+ public:
+  void Anchor();
+  std::uint64_t TimeOf(std::uint64_t stamp) const {
+    if (!cycles_) return stamp;
+    std::int64_t counts = static_cast<std::int64_t>(anchorCount_ - stamp);
+    return anchorTime_ - static_cast<std::int64_t>(static_cast<double>(counts) * ticksPerCount_);
+  }
+
+ private:
+  bool cycles_ = false;
+  std::uint64_t anchorCount_ = 0;
+  std::uint64_t anchorTime_ = 0;
+  double ticksPerCount_ = 0;
+};
+
 // 0; ZYR_I_TIME_OUT_OF_RANGE for ZYR_TIME_NONE (fields of 1600-12-31);
 // ZYR_E_TIME_OUT_OF_RANGE below 1970 or beyond what NT time can hold.
 ZyrResult ZyrBasTimeToFields(ZyrBasTimeFields& fields, std::uint64_t time);

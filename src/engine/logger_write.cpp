@@ -66,10 +66,9 @@ ZyrResult ZyrLoggerNode::Write(ZyrLogSeverity severity, const char16_t* format,
                            buildNr,      svnRev,       revisionText, product, logFlags,
                            scrambleMode, arguments,    preamble,     NameLength()};
   if (!hierarchy_) return ZYR_E_NOT_INITIALIZED;
-  ZyrLogEvent event;
-  ZyrResult r = ZyrLogComposeEvent(event, source);
-  if (ZyrFailed(r)) return r;
-  return hierarchy_->Dispatch(this, event);
+  // The dispatcher composes the event where its road says: at the call on
+  // the direct road, on the worker for a queued message that it captures.
+  return hierarchy_->Dispatch(this, source);
 }
 
 // The climb is a loop, not a call per level, so that a deep logger costs no

@@ -57,8 +57,8 @@ class LifeGuard {
 // ---------------------------------------------------------------------------
 // Hierarchy: the engine entry of every event.
 
-ZyrResult ZyrLogHierarchy::Dispatch(ZyrLoggerNode* logger, ZyrLogEvent& event) {
-  return dispatcher->Dispatch(logger, event);
+ZyrResult ZyrLogHierarchy::Dispatch(ZyrLoggerNode* logger, const ZyrLogEventSource& source) {
+  return dispatcher->Dispatch(logger, source);
 }
 
 // Never waits: the request is handed over and collected at a later tick.

@@ -20,13 +20,15 @@
 #include "zyrlog/zyrlog.h"
 
 struct ZyrLogEvent;
+struct ZyrLogEventSource;
 class ZyrLogDispatcher;
 class ZyrTextStream;
 
 // The part of the manager that loggers know, and appenders as their owner.
 class ZyrLogHierarchy : public ZyrLogAppenderOwner {
  public:
-  virtual ZyrResult Dispatch(ZyrLoggerNode* logger, ZyrLogEvent& event);
+  // Every message of every logger; not virtual, as it costs each message.
+  ZyrResult Dispatch(ZyrLoggerNode* logger, const ZyrLogEventSource& source);
   ZyrResult ReportRolledFile(const char16_t* path) override;
   virtual ZyrResult WatchFolder(const char16_t* folder);
   virtual ~ZyrLogHierarchy() = default;

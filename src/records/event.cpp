@@ -260,7 +260,12 @@ bool ZyrLogTypedListReader::Next(ZyrLogTypedItem* item) {
 // ---------------------------------------------------------------------------
 // Compose
 
-ZyrResult ZyrLogComposeEvent(ZyrLogEvent& event, const ZyrLogEventSource& s) {
+ZyrResult ZyrLogComposeEvent(ZyrLogEvent& event, const ZyrLogEventSource& source) {
+  return ZyrLogComposeEventAt(event, source, ZyrBasSystemTime(), ZyrBasCurrentThreadId());
+}
+
+ZyrResult ZyrLogComposeEventAt(ZyrLogEvent& event, const ZyrLogEventSource& s,
+                               std::uint64_t timestamp, std::uint32_t threadId) {
   bool publicLog = (s.logFlags & ZYR_LOGGER_PUBLIC) != 0;
   // A line break never breaks a line of the public log. The walker of a
   // typed list and the formatter take them out themselves.
@@ -284,8 +289,8 @@ ZyrResult ZyrLogComposeEvent(ZyrLogEvent& event, const ZyrLogEventSource& s) {
     return r;
   }
   if (publicLog && !breaksTaken) ZyrBasReplaceLineBreaks(event.Message.Data(), event.Message.Length(), 0x0b);
-  event.Timestamp = ZyrBasSystemTime();
-  event.ThreadId = ZyrBasCurrentThreadId();
+  event.Timestamp = timestamp;
+  event.ThreadId = threadId;
   event.ProcessId = ZyrBasCurrentProcessId();
   event.Severity = s.severity;
   event.Line = s.line;

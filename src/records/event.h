@@ -84,6 +84,10 @@ struct ZyrLogEventSource {
 // fields and the strings. A failure leaves the event without a usable
 // message and is the result.
 ZyrResult ZyrLogComposeEvent(ZyrLogEvent& event, const ZyrLogEventSource& source);
+// The same with time and thread taken by the caller: the worker composes a
+// queued message with those of the call.
+ZyrResult ZyrLogComposeEventAt(ZyrLogEvent& event, const ZyrLogEventSource& source,
+                               std::uint64_t timestamp, std::uint32_t threadId);
 
 // Walks a typed argument list into text: 'PREFIX:value' items separated by
 // ", ", string values escaped. A piece that does not fit in memory is left

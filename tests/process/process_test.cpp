@@ -58,7 +58,10 @@ std::map<std::pair<int, std::uint64_t>, int> Messages(const std::string& text) {
     int t = 0;
     unsigned long long n = 0;
     int end = 0;
-    if (std::sscanf(text.c_str() + at, "MSG:T%d N%llu end\r\n%n", &t, &n, &end) == 2 && end > 0) ++seen[{t, n}];
+    // One line at most: sscanf measures the whole rest of the text it is
+    // given, and a queue that outruns the exit leaves a large file.
+    std::string line = text.substr(at, text.find('\n', at) - at + 1);
+    if (std::sscanf(line.c_str(), "MSG:T%d N%llu end\r\n%n", &t, &n, &end) == 2 && end > 0) ++seen[{t, n}];
   }
   return seen;
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "../unit/engine_support.h"
+#include "config/document.h"
 
 using zyrtest::EngineFixture;
 using zyrtest::RecordingAppender;
@@ -39,7 +40,11 @@ TEST(EngineStress, WritersWhileTheWorkerStartsAndStops) {
   }
   for (auto& w : writers) w.join();
   f.manager->StopDispatcher();
-  EXPECT_EQ(app->Lines().size(), static_cast<std::size_t>(kWriters * kEach));
+  // A worker that loses its processor for long lets the budget cut; the
+  // notices then tell every line that is missing.
+  zyrtest::LineTally tally = zyrtest::TallyLines(app->Lines());
+  EXPECT_EQ(tally.lines + f.Dispatcher().CutLines(), static_cast<std::size_t>(kWriters * kEach));
+  EXPECT_EQ(tally.told, f.Dispatcher().CutLines());
 }
 
 TEST(EngineStress, LoggersMadeAndConfiguredWhileOthersWrite) {
@@ -81,7 +86,9 @@ TEST(EngineStress, LoggersMadeAndConfiguredWhileOthersWrite) {
   stop.store(true);
   writer.join();
   f.manager->StopDispatcher();
-  EXPECT_EQ(app->Lines().size(), static_cast<std::size_t>(written.load()));
+  zyrtest::LineTally tally = zyrtest::TallyLines(app->Lines());
+  EXPECT_EQ(tally.lines + f.Dispatcher().CutLines(), static_cast<std::size_t>(written.load()));
+  EXPECT_EQ(tally.told, f.Dispatcher().CutLines());
 }
 
 // Bursts through the worker must reach the appender by themselves, without
@@ -141,5 +148,61 @@ TEST(EngineStress, StartAndStopFromTwoThreadsAtOnce) {
   stop.store(true);
   writer.join();
   f.manager->StopDispatcher();
-  EXPECT_EQ(app->Lines().size(), static_cast<std::size_t>(accepted.load()));
+  zyrtest::LineTally tally = zyrtest::TallyLines(app->Lines());
+  EXPECT_EQ(tally.lines + f.Dispatcher().CutLines(), static_cast<std::size_t>(accepted.load()));
+  EXPECT_EQ(tally.told, f.Dispatcher().CutLines());
+}
+
+// Four threads burst past the default budget while the worker cannot
+// write (its file appender's lock is held): the cut drops lines, and the
+// notices in the file count every line that is missing from it.
+TEST(EngineStress, ABurstOverTheBudgetLeavesNoticesThatCountTheMissingLines) {
+  EngineFixture f;
+  ZyrBasString type, folder;
+  type.Assign(u"File");
+  folder.Assign(zyrtest::U16(f.dir).c_str());
+  ZyrLogAppender* file = nullptr;
+  ASSERT_EQ(ZyrLogMakeAppender(type, folder, &f.manager->Hierarchy(), u"file", &file), ZYR_OK);
+  ZyrCfgSection section;
+  section.SetName(u"file");
+  section.SetValue(u"AppenderType", u"File");
+  section.SetValue(u"FileName", u"burst.log");
+  ASSERT_EQ(file->Reconfigure(section), ZYR_OK);
+  ZyrLogLayout* layout = nullptr;
+  f.manager->Layouts().Find(u"defaultLayout", &layout);
+  file->SetLayout(layout);
+  ASSERT_EQ(f.manager->Appenders().Insert(file), ZYR_OK);
+  ASSERT_EQ(f.Logger(u"root")->AddAppender(file), ZYR_OK);
+
+  ASSERT_EQ(f.manager->StartDispatcher(), ZYR_OK);
+  // 89,240 entries fit the budget, and the batch that the worker took
+  // before it blocked holds at most as many: 200,000 lines overflow.
+  constexpr int kThreads = 4, kEach = 50000;
+  file->Lock().Enter();
+  std::vector<std::thread> writers;
+  for (int t = 0; t < kThreads; ++t)
+    writers.emplace_back([&f, t] {
+      ZyrLoggerNode* logger = f.Logger(u"burst");
+      for (int i = 0; i < kEach; ++i) {
+        std::uint64_t args[] = {static_cast<std::uint64_t>(t), static_cast<std::uint64_t>(i)};
+        ASSERT_EQ(logger->LogShort(ZYR_SEVERITY_INFO, u"%d %d", u"b.cpp", 1, 0, 0, 0, args), ZYR_OK);
+      }
+    });
+  for (auto& w : writers) w.join();
+  file->Lock().Leave();
+  f.manager->StopDispatcher();
+
+  std::string content = zyrtest::ReadFile(f.dir + "/burst.log");
+  std::vector<std::u16string> lines;
+  for (std::size_t at = 3; at < content.size();) {
+    std::size_t end = content.find("\r\n", at);
+    ASSERT_NE(end, std::string::npos);
+    lines.push_back(zyrtest::U16(content.substr(at, end - at)));
+    at = end + 2;
+  }
+  zyrtest::LineTally tally = zyrtest::TallyLines(lines);
+  EXPECT_GE(tally.notices, 1u);
+  EXPECT_GT(tally.told, 0u);
+  EXPECT_EQ(tally.lines + tally.told, static_cast<std::size_t>(kThreads * kEach));
+  EXPECT_EQ(tally.told, f.Dispatcher().CutLines());
 }

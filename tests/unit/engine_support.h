@@ -84,6 +84,29 @@ inline std::u16string MessageOf(const std::u16string& line) {
   return at == std::u16string::npos ? line : line.substr(at + 5);
 }
 
+// Recorded lines apart from the notices of a cut, and the lines that the
+// notices say were cut ('QWORD:0x...' is their one argument).
+struct LineTally {
+  std::size_t lines = 0;
+  std::size_t notices = 0;
+  std::uint64_t told = 0;
+};
+
+inline LineTally TallyLines(const std::vector<std::u16string>& lines) {
+  LineTally tally;
+  for (const std::u16string& line : lines) {
+    std::size_t at = line.find(u"ID:{610B64A8-D676-4CD6-866D-5BE2C66FE3D2}:");
+    std::size_t count = line.find(u"'QWORD:0x");
+    if (at == std::u16string::npos || count == std::u16string::npos) {
+      ++tally.lines;
+      continue;
+    }
+    ++tally.notices;
+    tally.told += std::stoull(Narrow(line.substr(count + 9, 16)), nullptr, 16);
+  }
+  return tally;
+}
+
 }  // namespace zyrtest
 
 #endif

@@ -114,4 +114,30 @@ TEST(TimeClock, SystemTimeIsUtcNowAndTickAdvances) {
   EXPECT_LT(elapsed, 5000u);
 }
 
+// A stamp becomes the time at which it was taken: fresh, or taken before a
+// pause and converted after it, and with the test offset of the moment of
+// conversion. Tolerances are wide enough for a preempted thread, far below
+// the millisecond that a line shows.
+TEST(TimeClock, StampsBecomeTheTimeTheyWereTakenAt) {
+  ZyrBasStampStart();
+  ZyrBasStampClock clock;
+  for (int pause : {0, 60}) {
+    std::uint64_t before = ZyrBasSystemTime();
+    std::uint64_t stamp = ZyrBasStamp();
+    std::uint64_t after = ZyrBasSystemTime();
+    std::this_thread::sleep_for(std::chrono::milliseconds(pause));
+    clock.Anchor();
+    std::uint64_t time = clock.TimeOf(stamp);
+    EXPECT_GE(time + 2000, before) << "pause " << pause;  // 200 us
+    EXPECT_LE(time, after + 2000) << "pause " << pause;
+  }
+  std::uint64_t stamp = ZyrBasStamp();
+  ZyrBasTestSetClockOffset(864000000000ll);  // a day ahead
+  clock.Anchor();
+  std::uint64_t time = clock.TimeOf(stamp);
+  ZyrBasTestSetClockOffset(0);
+  std::uint64_t now = ZyrBasSystemTime();
+  EXPECT_GT(time, now + 863990000000ull);
+}
+
 }  // namespace

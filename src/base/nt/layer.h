@@ -19,6 +19,10 @@ void ZyrBasNativeLockLeave(ZyrBasNativeLock* lock);
 void* ZyrBasNativeAlloc(std::size_t size) noexcept;
 void* ZyrBasNativeAllocZero(std::size_t size) noexcept;
 void ZyrBasNativeFree(void* block) noexcept;
+// The heap aligns to 16 bytes only: a larger alignment is cut from a larger
+// block, whose start is kept in front of the aligned one.
+void* ZyrBasNativeAllocAligned(std::size_t alignment, std::size_t size) noexcept;
+void ZyrBasNativeFreeAligned(void* block) noexcept;
 
 // Per-thread data (base/thread_data.h): a slot of the system's own TLS, as
 // the compiler's thread_local would need a runtime the module has not.

@@ -1,4 +1,6 @@
 // Blocks of the process heap, through ntdll: the module has no C library.
+#include <cstdint>
+
 #include "base/nt/nt_support.h"
 #include "base/memory.h"
 #include "base/os/memory_os.h"
@@ -14,6 +16,19 @@ void* ZyrBasNativeAllocZero(std::size_t size) noexcept {
 }
 void ZyrBasNativeFree(void* block) noexcept {
   if (block) RtlFreeHeap(NtProcessHeap(), 0, block);
+}
+
+void* ZyrBasNativeAllocAligned(std::size_t alignment, std::size_t size) noexcept {
+  std::size_t extra = alignment + sizeof(void*);
+  if (size > ~std::size_t{0} - extra) return nullptr;
+  void* raw = RtlAllocateHeap(NtProcessHeap(), 0, size + extra);
+  if (!raw) return nullptr;
+  std::uintptr_t at = (reinterpret_cast<std::uintptr_t>(raw) + sizeof(void*) + alignment - 1) & ~(alignment - 1);
+  reinterpret_cast<void**>(at)[-1] = raw;
+  return reinterpret_cast<void*>(at);
+}
+void ZyrBasNativeFreeAligned(void* block) noexcept {
+  if (block) RtlFreeHeap(NtProcessHeap(), 0, static_cast<void**>(block)[-1]);
 }
 
 // The process heap takes no advice about its blocks.

@@ -35,3 +35,8 @@ std::uint64_t ZyrBasOsMonotonicMs() {
   std::uint64_t ticks = ReadSystemTime(kUsdTickCount);
   return static_cast<std::uint64_t>((static_cast<unsigned __int128>(ticks) * multiplier) >> 24);
 }
+
+// Queued messages are stamped with the clock itself here: whether the
+// counter keeps time is not asked of this system yet.
+bool ZyrBasOsCycleCounterKeepsTime() { return false; }
+std::uint64_t ZyrBasOsCycleCounter() { return 0; }

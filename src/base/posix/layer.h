@@ -20,6 +20,11 @@ inline void ZyrBasNativeLockLeave(ZyrBasNativeLock* lock) { pthread_mutex_unlock
 inline void* ZyrBasNativeAlloc(std::size_t size) noexcept { return std::malloc(size); }
 inline void* ZyrBasNativeAllocZero(std::size_t size) noexcept { return std::calloc(1, size); }
 inline void ZyrBasNativeFree(void* block) noexcept { std::free(block); }
+// `size` a multiple of `alignment`, as the C library asks.
+inline void* ZyrBasNativeAllocAligned(std::size_t alignment, std::size_t size) noexcept {
+  return std::aligned_alloc(alignment, size);
+}
+inline void ZyrBasNativeFreeAligned(void* block) noexcept { std::free(block); }
 
 // Per-thread data (base/thread_data.h): the language's thread_local, which
 // glibc gives without allocating for data without a destructor.
