@@ -151,6 +151,8 @@ class ZyrLogFileBasedAppender : public ZyrLogAppender {
   bool TargetCheckDue() const {
     return housekeepingTick_.load(std::memory_order_relaxed) != checkedTick_;
   }
+  // Makes the comparison due before the next line, whatever the tick.
+  void RequestTargetCheck() { checkedTick_ = housekeepingTick_.load(std::memory_order_relaxed) - 1; }
   // When a check is due: true if the writer's open file is no longer at
   // this appender's name (removed, renamed away, its folder removed). The
   // class then opens its target again, which makes the folder again. Lines

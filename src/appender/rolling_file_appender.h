@@ -66,6 +66,7 @@ class ZyrLogRollingFileAppender final : public ZyrLogRollingAppenderBase {
 
   std::int64_t size_ = kZyrLogDefaultRollSize;
   std::int64_t currentSize_ = 0;  // end of the live file seen after the last write
+  std::uint64_t lastLineTime_ = 0;  // the time of the last line's event
   std::uint64_t filesCount_ = kZyrLogDefaultFilesCount;
   // Set while a rollover closes the old file and opens the new one: the
   // footer and the header it writes must not start a rollover of their own.
